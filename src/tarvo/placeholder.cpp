@@ -1,0 +1,1 @@
+// Problem data, files, drivers: the exported calls.
