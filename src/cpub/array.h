@@ -113,7 +113,7 @@ class Workspace {
   void add(T** pointer, std::size_t n, Fill fill = Fill::raw) {
     static_assert(std::is_trivially_copyable_v<T>);
     const std::size_t bytes = n * sizeof(T);
-    if (count_ == max_parts || (n != 0 && bytes / n != sizeof(T)) || total_ > SIZE_MAX - bytes - 2 * alignment) {
+    if (count_ == max_parts || n > SIZE_MAX / 4 / sizeof(T) || total_ > SIZE_MAX / 4) {
       overflow_ = true;
       return;
     }
