@@ -1,1 +1,0 @@
-// Problem data, files, drivers: the exported calls.
