@@ -14,6 +14,7 @@ struct sysenv {
   FreeFunc free;
   void* fatal_handle;
   FatalFunc fatal;
+  SysInfo info;
 };
 
 namespace {
@@ -38,7 +39,7 @@ sysenv* sysenv_make(SysKind kind, bool, void* handle, AllocFunc alloc, FreeFunc 
   void* place = alloc(handle, sizeof(sysenv));
   if (place == nullptr) return nullptr;
   auto* env = static_cast<sysenv*>(place);
-  *env = {kind, handle, alloc, free, nullptr, nullptr};
+  *env = {kind, handle, alloc, free, nullptr, nullptr, {}};
   return env;
 }
 
@@ -77,6 +78,25 @@ char* sysenv_strdup(sysenv* env, const char* text, Location at) {
 
 void sysenv_free(sysenv* env, void* pointer, Location) {
   if (pointer != nullptr) env->free(env->handle, pointer);
+}
+
+bool sysenv_debugging(const sysenv*) { return false; }
+void sysenv_scan(sysenv*, Location) {}
+bool sysenv_usage(sysenv*, std::size_t* current, std::size_t* maximum) {
+  *current = *maximum = 0;
+  return false;
+}
+int32_t sysenv_debugfile(sysenv*, const char*, const char*) { return SYS_OK; }
+void sysenv_echotofile(sysenv*, const char*) {}
+void sysenv_lockblock(sysenv*, const void*, Location) {}
+void sysenv_unlockall(sysenv*) {}
+SysInfo* sysenv_info(sysenv* env) { return &env->info; }
+
+SizeText sysenv_sizetext(std::size_t size) {
+  SizeText out;
+  std::snprintf(out.text, sizeof out.text, "%zu:%zu:%zu:%zu", size >> 30, (size >> 20) & 1023, (size >> 10) & 1023,
+                size & 1023);
+  return out;
 }
 
 double sysenv_cputime() { return seconds(CLOCK_THREAD_CPUTIME_ID); }

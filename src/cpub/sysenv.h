@@ -4,13 +4,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <source_location>
+
+#include "cpub/sysinfo.h"
 
 namespace tarvo {
 
 struct sysenv;
 
-using Location = std::source_location;
+// The place of a call in the source, for messages. As the default argument of a function it is the caller's.
+struct Location {
+  const char* file;
+  int32_t number;
+  static constexpr Location current(const char* f = __builtin_FILE(), int32_t n = __builtin_LINE()) { return {f, n}; }
+  [[nodiscard]] constexpr const char* file_name() const { return file; }
+  [[nodiscard]] constexpr int32_t line() const { return number; }
+};
+
 using AllocFunc = void* (*)(void* handle, std::size_t size);
 using FreeFunc = void (*)(void* handle, void* pointer);
 // Called before the process ends; may not come back. `status` is the exit status asked for.
@@ -47,6 +56,29 @@ int32_t sysenv_delete(sysenv** env, Location at = Location::current());
                                    Location at = Location::current());
 [[nodiscard]] char* sysenv_strdup(sysenv* env, const char* text, Location at = Location::current());  // NULL as ""
 void sysenv_free(sysenv* env, void* pointer, Location at = Location::current());                      // NULL allowed
+
+// Memory debugging: every block carries guards, and a damaged one ends the process through the fatal route.
+// Without debugging these do nothing.
+bool sysenv_debugging(const sysenv* env);
+// Tests all guards and the bytes of the locked blocks.
+void sysenv_scan(sysenv* env, Location at = Location::current());
+// Current and largest number of bytes in use. False, and both 0, without debugging.
+bool sysenv_usage(sysenv* env, std::size_t* current, std::size_t* maximum);
+// Opens the file to which the manager tells what it does; an open one is closed. SYS_FILE_OPEN on failure.
+int32_t sysenv_debugfile(sysenv* env, const char* filename, const char* header);
+void sysenv_echotofile(sysenv* env, const char* text);
+// A locked block may not change until it is unlocked or freed; the next scan tells.
+void sysenv_lockblock(sysenv* env, const void* pointer, Location at = Location::current());
+void sysenv_unlockall(sysenv* env);
+
+// A size as "gigabytes:megabytes:kilobytes:bytes".
+struct SizeText {
+  char text[40];
+};
+SizeText sysenv_sizetext(std::size_t size);
+
+// The processor's description: filled by sysinfo_detect in an environment, copied to its tasks.
+SysInfo* sysenv_info(sysenv* env);
 
 // Clocks, in seconds: the CPU time of the calling thread and a monotonic real time with an arbitrary start.
 double sysenv_cputime();
