@@ -1,6 +1,8 @@
 // The name store behind the name calls, as the file formats and reports use it.
 #pragma once
 
+#include <string_view>
+
 #include "tarvo/task.h"
 
 namespace tarvo {
@@ -9,17 +11,24 @@ namespace tarvo {
 const char* item_name(const Task* task, int32_t whichitem, int32_t i);
 const char* objective_name(const Task* task);
 
-// Drops the look-up table of a kind: before every change of its numbering or capacity.
+// Names an item; "" clears its name. Reports nothing: TRV_RES_OK, TRV_RES_ERR_SPACE, or TRV_RES_ERR_DUP_NAME with
+// *owner the item that has the name; a failure changes nothing. The name may not stand in this task's store and
+// holds no NUL.
+int32_t names_put(Task* task, int32_t whichitem, int32_t i, std::string_view name, int32_t* owner);
+// Index of a name, or -1. Builds the look-up table when it is absent and memory allows.
+int32_t names_find(Task* task, int32_t whichitem, std::string_view name);
+
+// Drops the look-up table of a kind: before every change of its numbering or capacity. Appending within the
+// capacity keeps it.
 void names_dropmap(Task* task, int32_t whichitem);
-// Index of a name, or -1. `failed` becomes 1 when memory ran out while the table was built.
-int32_t names_find(Task* task, int32_t whichitem, const char* name, int32_t* failed);
-// Frees all names. Never allocates.
+// Frees all names, the offsets with them; the task's own name stays. Never allocates.
 void names_clear(Task* task);
 
-// Text of an item for a writer: its own name, or the generic one ("x%d", "c%d", "k%d") when `generic` is set.
-// `forbidden` lists characters that a name may not hold, or is NULL. 1 when the text is usable. `text` holds
-// `size` bytes; a longer name is not usable.
-int32_t names_writertext(Task* task, int32_t whichitem, int32_t i, int32_t generic, const char* forbidden, char* text,
-                         int32_t size);
+// Texts for a writer: an item's own name, or when `generic` is set "x%d", "c%d" or "k%d" with the index plus
+// TRV_IPAR_WRITE_GENERIC_NAMES_IO; the objective's generic name is "obj". `buffer` holds the generic text.
+inline constexpr int32_t generic_name_size = 16;
+const char* names_writertext(const Task* task, int32_t whichitem, int32_t i, bool generic,
+                             char (&buffer)[generic_name_size]);
+const char* names_objectivetext(const Task* task, bool generic);
 
 }  // namespace tarvo
