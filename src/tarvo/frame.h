@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstdarg>
 #include <cstdint>
 #include <source_location>
 #include <type_traits>
@@ -42,6 +43,8 @@ const char* message_template(int32_t code);
 // The report routes below the typed door `report`: the printf arguments of the template follow the code.
 int32_t task_report(const Location& at, Task* task, int32_t code, ...);
 int32_t env_report(const Location& at, Env* env, int32_t code, ...);
+int32_t task_vreport(const Location& at, Task* task, int32_t code, va_list args);
+int32_t env_vreport(const Location& at, Env* env, int32_t code, va_list args);
 
 struct TaskAt {
   Task* task;
@@ -134,8 +137,16 @@ int32_t report_env(EnvAt where, A... args) {
 // The response code of a small result code of the system layer (SysCode).
 int32_t sysenv_rescode(int32_t syscode);
 
-// Ends the process: a broken invariant (frame.cpp).
-[[noreturn]] void task_fatal(Task* task, const Location& at, const char* format, ...);
-[[noreturn]] void env_fatal(Env* env, const Location& at, const char* format, ...);
+// End the process: a broken invariant. The hooks are what a sysenv calls for its own fatal errors; an exit function
+// that comes back ends with their status.
+[[noreturn]] [[gnu::format(printf, 3, 4)]] void task_fatal(Task* task, const Location& at, const char* format, ...);
+[[noreturn]] [[gnu::format(printf, 3, 4)]] void env_fatal(Env* env, const Location& at, const char* format, ...);
+void task_fatal_hook(void* task, const char* file, int32_t line, const char* text, int32_t status);
+void env_fatal_hook(void* env, const char* file, int32_t line, const char* text, int32_t status);
+
+// The four mutexes of an environment.
+enum EnvMutex : int { mutex_ctrlc = 1, mutex_tasks = 2, mutex_glb = 3 };
+int32_t env_lock(Env* env, EnvMutex which);
+int32_t env_unlock(Env* env, EnvMutex which);
 
 }  // namespace tarvo
