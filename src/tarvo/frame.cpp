@@ -19,22 +19,10 @@ constexpr std::size_t max_fatal_text = 2048;
 // A negative code has no class of its own: it counts as an error and never indexes anything.
 bool is_warning(int32_t code) { return code > 0 && code < max_warning; }
 
-// File and function as they stand in the sources, without the directories and signatures of the build.
+// The file as it stands in the sources, without the directories of the build.
 const char* file_of(const Location& at) {
   const char* slash = std::strrchr(at.file_name(), '/');
   return slash != nullptr ? slash + 1 : at.file_name();
-}
-struct FunctionName {
-  int length;
-  const char* text;
-};
-FunctionName function_of(const Location& at) {
-  const char* signature = at.function_name();
-  const char* end = std::strchr(signature, '(');
-  if (end == nullptr) end = signature + std::strlen(signature);
-  const char* begin = end;
-  while (begin != signature && begin[-1] != ' ' && begin[-1] != ':') --begin;
-  return {static_cast<int>(end - begin), begin};
 }
 
 struct Report {
@@ -63,11 +51,10 @@ void write_report(StreamBlock* streams, const Report& report, bool located, cons
   streams_write(streams, stream, report.body);
   streams_write(streams, stream, "\n");
   if (!located) return;
-  const FunctionName function = function_of(at);
   streams_print(streams, stream, "Location of the %s.\n", report.warning ? "warning" : "error");
   streams_print(streams, stream, "%-20s: %-s\n", "File", file_of(at));
-  streams_print(streams, stream, "%-20s: %-d\n", "Line", static_cast<int>(at.line()));
-  streams_print(streams, stream, "%-20s: %.*s\n", "Function", function.length, function.text);
+  streams_print(streams, stream, "%-20s: %-d\n", "Line", at.line());
+  streams_print(streams, stream, "%-20s: %-s\n", "Function", "");
 }
 
 void put_last_message(Task* task, const char* text) {
@@ -128,7 +115,7 @@ void task_fatal(Task* task, const Location& at, const char* format, ...) {
   va_start(args, format);
   std::vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  stop_task(task, file_of(at), static_cast<int32_t>(at.line()), text, -1);
+  stop_task(task, file_of(at), at.line(), text, -1);
 }
 
 void env_fatal(Env* env, const Location& at, const char* format, ...) {
@@ -137,7 +124,7 @@ void env_fatal(Env* env, const Location& at, const char* format, ...) {
   va_start(args, format);
   std::vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  stop_env(env, file_of(at), static_cast<int32_t>(at.line()), text, -1);
+  stop_env(env, file_of(at), at.line(), text, -1);
 }
 
 int32_t task_vreport(const Location& at, Task* task, int32_t code, va_list args) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdarg>
 #include <cstdint>
-#include <source_location>
 #include <type_traits>
 
 #include "tarvo/task.h"

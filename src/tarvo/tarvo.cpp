@@ -8,6 +8,7 @@
 #include "tarvo/bufpool.h"
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
+#include "tarvo/tables.h"
 #include "tarvo/tarvodat.h"
 #include "tarvo/tarvonam.h"
 #include "tarvo/tarvosim.h"
@@ -19,41 +20,26 @@ namespace {
 
 constexpr int32_t last_message_bytes = 1025;
 
-constexpr int32_t ipar_default[] = {
-#define IPAR(index, name, value, kind, lo, up, family, text) value,
-#define IPAR_UNUSED(index) 0,
-#include "tarvo/tables/ipar.def"
-#undef IPAR
-#undef IPAR_UNUSED
-};
-constexpr double dpar_default[] = {
-#define DPAR(index, name, value, kind, lo, up, text) value,
-#include "tarvo/tables/dpar.def"
-#undef DPAR
-};
-constexpr const char* spar_default[] = {
-#define SPAR(index, name, value, text) value,
-#include "tarvo/tables/spar.def"
-#undef SPAR
-};
-static_assert(std::size(ipar_default) == num_ipar && std::size(dpar_default) == num_dpar &&
-              std::size(spar_default) == num_spar);
-
-// Fills the environment's defaults of the parameters. False when out of memory.
-bool put_defaults(Env* env) {
-  std::copy(std::begin(ipar_default), std::end(ipar_default), env->ipar);
-  std::copy(std::begin(dpar_default), std::end(dpar_default), env->dpar);
-  for (int k = 0; k < num_spar; ++k) {
-    env->spar[k] = sysenv_strdup(env->sys, spar_default[k]);
-    if (env->spar[k] == nullptr) return false;
-  }
-  return true;
+// Opens "<name of the environment's debug file>.<middle>.txt" for the memory manager of `sys`.
+void open_debugfile(const Env* env, sysenv* sys, const char* middle) {
+  const char* stem = env->debug_file_name;
+  if (stem == nullptr || stem[0] == '\0') return;
+  const std::size_t size = std::strlen(stem) + std::strlen(middle) + sizeof "..txt";
+  auto* name = static_cast<char*>(sysenv_malloc(sys, size, 1));
+  if (name == nullptr) return;  // the memory that is short will show at the next call that needs it
+  std::snprintf(name, size, "%s.%s.txt", stem, middle);
+  sysenv_debugfile(sys, name, "TARVO memory debugging.");
+  sysenv_free(sys, name);
 }
 
 // Destroys an environment, also a half-made one. The result is that of deleting its sysenv.
 int32_t env_destroy(Env* env) {
   sysenv* sys = env->sys;
-  for (char* text : env->spar) sysenv_free(sys, text);
+  char counts[96];
+  std::snprintf(counts, sizeof counts, "Number of task created: %d Number of deleted task: %d\n", env->num_tasks_created,
+                env->num_tasks_deleted);
+  sysenv_echotofile(sys, counts);
+  free_strings(sys, env->spar);
   streams_release(&env->streams);
   sysenv_free(sys, env->dll_path);
   sysenv_free(sys, env->debug_file_name);
@@ -70,12 +56,13 @@ int32_t env_setup(Env* env, const char* dbgfile) {
   if (dbgfile != nullptr) {
     env->debug_file_name = sysenv_strdup(env->sys, dbgfile);
     if (env->debug_file_name == nullptr) return TRV_RES_ERR_SPACE;
+    open_debugfile(env, env->sys, "env");
   }
   for (pthread_mutex_t& mutex : env->mutex) {
     if (pthread_mutex_init(&mutex, nullptr) != 0) return TRV_RES_ERR_THREAD_MUTEX_INIT;
     ++env->num_mutexes;
   }
-  return put_defaults(env) ? TRV_RES_OK : TRV_RES_ERR_SPACE;
+  return fill_defaults(env) ? TRV_RES_OK : TRV_RES_ERR_SPACE;
 }
 
 // Drops all problem data. Never allocates, so that a task can always be deleted.
@@ -94,7 +81,7 @@ int32_t task_destroy(Task* task, bool counted) {
   task_clear(task);
   for (int32_t k = 0; k < num_streams; ++k) streams_flush(&task->streams, k);
   streams_closefiles(&task->streams);
-  for (char* text : task->spar) sysenv_free(sys, text);
+  free_strings(sys, task->spar);
   bufpool_delete(sys, &task->buffers);
   sysenv_free(sys, task->task_name);
   streams_release(&task->streams);
@@ -135,6 +122,10 @@ int32_t task_setup(Task* task, int32_t maxnumcon, int32_t maxnumvar, bool* count
   if (task->buffers == nullptr) return TRV_RES_ERR_SPACE;
   if (const int32_t rc = count_task(task); rc != TRV_RES_OK) return rc;
   *counted = true;
+  sysenv_scan(task->env->sys);
+  char middle[32];
+  std::snprintf(middle, sizeof middle, "%d.task", task->task_id);
+  open_debugfile(task->env, task->sys, middle);
   task->last_message = static_cast<char*>(sysenv_calloc(task->sys, last_message_bytes, 1));
   if (task->last_message == nullptr) return TRV_RES_ERR_SPACE;
   task->last_message_capacity = last_message_bytes;
@@ -187,6 +178,14 @@ int32_t TRV_makeenv(TRVenv* env, void* handle, TRVallocfunc alloc, TRVfreefunc f
 int32_t TRV_initenv(TRVenv env) {
   if (env == nullptr) return TRV_RES_ERR_NULL_ENV;
   if (env->initialised != 0) return TRV_RES_OK;
+  SysInfo* info = sysenv_info(env->sys);
+  info->cpu_type = cputype_internal(env->ipar[TRV_IPAR_CPU_TYPE]);
+  info->cache_l1 = env->ipar[TRV_IPAR_CACHE_SIZE_L1];
+  info->cache_l2 = env->ipar[TRV_IPAR_CACHE_SIZE_L2];
+  sysinfo_detect(info);
+  env->ipar[TRV_IPAR_CPU_TYPE] = cputype_public(info->cpu_type);
+  env->ipar[TRV_IPAR_CACHE_SIZE_L1] = info->cache_l1;
+  env->ipar[TRV_IPAR_CACHE_SIZE_L2] = info->cache_l2;
   env->initialised = 1;
   return TRV_RES_OK;
 }
@@ -213,6 +212,7 @@ int32_t TRV_maketask(TRVenv env, int32_t maxnumcon, int32_t maxnumvar, TRVtask* 
   Task* made = new (place) Task();
   made->env = env;
   made->sys = sys;
+  *sysenv_info(sys) = *sysenv_info(env->sys);
   sysenv_putfatal(sys, made, task_fatal_hook);
   bool counted = false;
   if (const int32_t rc = task_setup(made, maxnumcon, maxnumvar, &counted); rc != TRV_RES_OK) {
@@ -220,6 +220,9 @@ int32_t TRV_maketask(TRVenv env, int32_t maxnumcon, int32_t maxnumvar, TRVtask* 
     return rc;
   }
   ctrlc_snapshot(made);
+  made->iinf[TRV_IINF_CACHE_SIZE_L1] = env->ipar[TRV_IPAR_CACHE_SIZE_L1];
+  made->iinf[TRV_IINF_CACHE_SIZE_L2] = env->ipar[TRV_IPAR_CACHE_SIZE_L2];
+  made->iinf[TRV_IINF_CPU_TYPE] = env->ipar[TRV_IPAR_CPU_TYPE];
   *task = made;
   return TRV_RES_OK;
 }
@@ -250,15 +253,7 @@ int32_t TRV_getenv(TRVtask task, TRVenv* env) {
 
 int32_t TRV_setdefaults(TRVtask task) {
   if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
-  const Env* env = task->env;
-  std::copy(std::begin(env->ipar), std::end(env->ipar), task->ipar);
-  std::copy(std::begin(env->dpar), std::end(env->dpar), task->dpar);
-  for (int k = 0; k < num_spar; ++k) {
-    sysenv_free(task->sys, task->spar[k]);
-    task->spar[k] = sysenv_strdup(task->sys, env->spar[k]);
-    if (task->spar[k] == nullptr) return report<TRV_RES_ERR_SPACE>(task);
-  }
-  return TRV_RES_OK;
+  return fill_defaults(task);
 }
 
 int32_t TRV_checkversion(TRVenv env, int32_t major, int32_t minor, int32_t build, int32_t revision) {
@@ -368,3 +363,15 @@ int32_t TRV_getlasterror(TRVtask task, int32_t* code, int32_t maxlen, int32_t* l
   }
   return TRV_RES_OK;
 }
+
+int32_t TRV_getmemusagetask(TRVtask task, size_t* current, size_t* maximum) {
+  if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
+  size_t used = 0;
+  size_t peak = 0;
+  const bool known = sysenv_usage(task->sys, &used, &peak);
+  if (current != nullptr) *current = used;
+  if (maximum != nullptr) *maximum = peak;
+  return known ? TRV_RES_OK : report<TRV_RES_ERR_SPACE_NO_INFO>(task);
+}
+
+int32_t TRV_isinfinity(double value) { return value >= infinity_bound ? 1 : 0; }

@@ -1,0 +1,22 @@
+// Stand-ins for calls of other files that are still to come; a strong definition takes their place.
+#include "tarvo/tarvodat.h"
+#include "tarvo/tarvonam.h"
+#include "tarvo/tarvosim.h"
+
+namespace tarvo {
+[[gnu::weak]] void data_clear(Task*) {}
+[[gnu::weak]] void names_clear(Task*) {}
+[[gnu::weak]] void basissolve_delete(Task*) {}
+}  // namespace tarvo
+
+[[gnu::weak]] int32_t TRV_putmaxnumvar(TRVtask task, int32_t n) {
+  task->maxnumvar = n;
+  return n < 0 ? TRV_RES_ERR_SPACE : TRV_RES_OK;
+}
+[[gnu::weak]] int32_t TRV_putmaxnumcon(TRVtask task, int32_t n) {
+  task->maxnumcon = n;
+  return n < 0 ? TRV_RES_ERR_SPACE : TRV_RES_OK;
+}
+[[gnu::weak]] int32_t TRV_putmaxnumcone(TRVtask, int32_t) { return TRV_RES_OK; }
+[[gnu::weak]] int32_t TRV_putmaxnumanz(TRVtask, int32_t) { return TRV_RES_OK; }
+[[gnu::weak]] int32_t TRV_putmaxnumqnz(TRVtask, int32_t) { return TRV_RES_OK; }
