@@ -1,26 +1,23 @@
 #include "cpub/sysenv.h"
 
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <ctime>
+#include <new>
+
+#include "cpub/memman.h"
 
 namespace tarvo {
 
 struct sysenv {
+  memman* mm;
   SysKind kind;
-  void* handle;
-  AllocFunc alloc;
-  FreeFunc free;
   void* fatal_handle;
   FatalFunc fatal;
   SysInfo info;
 };
 
 namespace {
-
-void* default_alloc(void*, std::size_t size) { return std::malloc(size); }
-void default_free(void*, void* pointer) { std::free(pointer); }
 
 double seconds(clockid_t clock) {
   timespec t{};
@@ -30,67 +27,58 @@ double seconds(clockid_t clock) {
 
 }  // namespace
 
-sysenv* sysenv_make(SysKind kind, bool, void* handle, AllocFunc alloc, FreeFunc free, Location) {
-  if (alloc == nullptr || free == nullptr) {
-    handle = nullptr;
-    alloc = default_alloc;
-    free = default_free;
+sysenv* sysenv_make(SysKind kind, bool debug, void* handle, AllocFunc alloc, FreeFunc free, Location at) {
+  memman* mm = memman_make(kind == SysKind::environment, debug, handle, alloc, free);
+  if (mm == nullptr) return nullptr;
+  void* place = memman_alloc(mm, 1, sizeof(sysenv), true, at);
+  if (place == nullptr) {
+    memman_delete(&mm, at);
+    return nullptr;
   }
-  void* place = alloc(handle, sizeof(sysenv));
-  if (place == nullptr) return nullptr;
-  auto* env = static_cast<sysenv*>(place);
-  *env = {kind, handle, alloc, free, nullptr, nullptr, {}};
+  auto* env = new (place) sysenv{};
+  env->mm = mm;
+  env->kind = kind;
   return env;
 }
 
-int32_t sysenv_delete(sysenv** env, Location) {
-  if (*env != nullptr) (*env)->free((*env)->handle, *env);
-  *env = nullptr;
-  return SYS_OK;
-}
-
-void* sysenv_malloc(sysenv* env, std::size_t count, std::size_t size, Location) {
-  if (count == 0 || size == 0 || count > SIZE_MAX / size) return nullptr;
-  return env->alloc(env->handle, count * size);
+int32_t sysenv_delete(sysenv** env_pointer, Location at) {
+  sysenv* env = *env_pointer;
+  *env_pointer = nullptr;
+  if (env == nullptr) return SYS_OK;
+  memman* mm = env->mm;
+  memman_free(mm, env, at);
+  return memman_delete(&mm, at) != 0 ? SYS_LEAKING : SYS_OK;
 }
 
 void* sysenv_calloc(sysenv* env, std::size_t count, std::size_t size, Location at) {
-  void* p = sysenv_malloc(env, count, size, at);
-  if (p != nullptr) std::memset(p, 0, count * size);
-  return p;
+  return memman_alloc(env->mm, count, size, true, at);
 }
-
+void* sysenv_malloc(sysenv* env, std::size_t count, std::size_t size, Location at) {
+  return memman_alloc(env->mm, count, size, false, at);
+}
 void* sysenv_realloc(sysenv* env, std::size_t newsize, std::size_t oldsize, void* pointer, Location at) {
-  void* p = sysenv_malloc(env, 1, newsize, at);
-  if (p == nullptr) return nullptr;
-  if (pointer != nullptr) std::memcpy(p, pointer, newsize < oldsize ? newsize : oldsize);
-  sysenv_free(env, pointer, at);
-  return p;
+  return memman_realloc(env->mm, newsize, oldsize, pointer, at);
+}
+char* sysenv_strdup(sysenv* env, const char* text, Location at) { return memman_strdup(env->mm, text, at); }
+void sysenv_free(sysenv* env, void* pointer, Location at) {
+  if (pointer == nullptr) return;
+  if (pointer == env) [[unlikely]]
+    sysenv_fatal(env, "Freeing sysenv", at);
+  memman_free(env->mm, pointer, at);
 }
 
-char* sysenv_strdup(sysenv* env, const char* text, Location at) {
-  if (text == nullptr) text = "";
-  const std::size_t n = std::strlen(text) + 1;
-  auto* p = static_cast<char*>(sysenv_malloc(env, n, 1, at));
-  if (p != nullptr) std::memcpy(p, text, n);
-  return p;
+bool sysenv_debugging(const sysenv* env) { return memman_debugging(env->mm); }
+void sysenv_scan(sysenv* env, Location at) { memman_scan(env->mm, at); }
+bool sysenv_usage(sysenv* env, std::size_t* current, std::size_t* maximum) {
+  memman_usage(env->mm, current, maximum);
+  return memman_debugging(env->mm);
 }
-
-void sysenv_free(sysenv* env, void* pointer, Location) {
-  if (pointer != nullptr) env->free(env->handle, pointer);
+int32_t sysenv_debugfile(sysenv* env, const char* filename, const char* header) {
+  return memman_openfile(env->mm, filename, header) ? SYS_OK : SYS_FILE_OPEN;
 }
-
-bool sysenv_debugging(const sysenv*) { return false; }
-void sysenv_scan(sysenv*, Location) {}
-bool sysenv_usage(sysenv*, std::size_t* current, std::size_t* maximum) {
-  *current = *maximum = 0;
-  return false;
-}
-int32_t sysenv_debugfile(sysenv*, const char*, const char*) { return SYS_OK; }
-void sysenv_echotofile(sysenv*, const char*) {}
-void sysenv_lockblock(sysenv*, const void*, Location) {}
-void sysenv_unlockall(sysenv*) {}
-SysInfo* sysenv_info(sysenv* env) { return &env->info; }
+void sysenv_echotofile(sysenv* env, const char* text) { memman_echotofile(env->mm, text); }
+void sysenv_lockblock(sysenv* env, const void* pointer, Location at) { memman_lockblock(env->mm, pointer, at); }
+void sysenv_unlockall(sysenv* env) { memman_unlockall(env->mm); }
 
 SizeText sysenv_sizetext(std::size_t size) {
   SizeText out;
@@ -99,19 +87,30 @@ SizeText sysenv_sizetext(std::size_t size) {
   return out;
 }
 
+SysInfo* sysenv_info(sysenv* env) { return &env->info; }
+
 double sysenv_cputime() { return seconds(CLOCK_THREAD_CPUTIME_ID); }
 double sysenv_realtime() { return seconds(CLOCK_MONOTONIC); }
 
 void sysenv_putfatal(sysenv* env, void* handle, FatalFunc func) {
   env->fatal_handle = handle;
   env->fatal = func;
+  memman_putfatal(env->mm, handle, func);
 }
 
 void sysenv_fatal(sysenv* env, const char* text, Location at) {
   if (env != nullptr && env->fatal != nullptr) {
-    env->fatal(env->fatal_handle, at.file_name(), static_cast<int32_t>(at.line()), text, -1);
+    env->fatal(env->fatal_handle, at.file, at.number, text, -1);
+  } else {
+    std::printf("\n\nFatal error\nFile : %s\nLine : %d\nMsg. : %s\n", at.file, at.number, text);
   }
   std::exit(-1);
+}
+
+void sysenv_assert_failed(sysenv* env, Location at) {
+  char text[2048];
+  std::snprintf(text, sizeof text, "Assertion failed at %s (%d).", at.file, at.number);
+  sysenv_fatal(env, text, at);
 }
 
 }  // namespace tarvo

@@ -87,8 +87,10 @@ double sysenv_realtime();
 // The fatal route: for broken invariants only, never for anything that a caller, a file or an allocator does.
 void sysenv_putfatal(sysenv* env, void* handle, FatalFunc func);
 [[noreturn]] void sysenv_fatal(sysenv* env, const char* text, Location at = Location::current());
+[[noreturn]] void sysenv_assert_failed(sysenv* env, Location at);
 inline void sysenv_assert(sysenv* env, bool holds, Location at = Location::current()) {
-  if (!holds) [[unlikely]] sysenv_fatal(env, "Assertion failed", at);
+  if (!holds) [[unlikely]]
+    sysenv_assert_failed(env, at);
 }
 
 }  // namespace tarvo

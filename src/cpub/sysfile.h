@@ -12,21 +12,22 @@ namespace tarvo {
 
 enum class FileMode { read, write, append };
 
-struct FileBase {
+struct FileState;
+struct File {
   char* next;  // reading: first byte not taken yet; writing: end of what is written
   char* end;   // reading: end of what was read; writing: end of the buffer
   int32_t status;
+  FileState* state;
 };
-struct File;
 
-// `path` is UTF-8; the compression level is 9. SYS_FILE_OPEN (also for a NULL path or a folder) or SYS_SPACE on failure,
-// and *file is then NULL.
+// `path` is UTF-8; the compression level is 9. SYS_FILE_OPEN (also for a NULL path or a folder) or SYS_SPACE on
+// failure, and *file is then NULL.
 int32_t file_open(sysenv* env, const char* path, FileMode mode, bool compressed, File** file);
 // Writes what is still buffered, closes and frees *file, sets it to NULL. The first error of the file's life.
 int32_t file_close(File** file);
 
-// Reads up to `size` bytes. *count says how many came; fewer than asked for only at the end of the file. SYS_END_OF_FILE
-// when there was nothing left at all.
+// Reads up to `size` bytes. *count says how many came; fewer than asked for only at the end of the file.
+// SYS_END_OF_FILE when there was nothing left at all.
 int32_t file_read(File* file, void* data, std::size_t size, std::size_t* count);
 // Reads the whole rest of the file, inflated, into *text. Behind its *size bytes stand readall_padding NUL bytes.
 inline constexpr std::size_t readall_padding = 64;
@@ -37,11 +38,10 @@ int32_t file_readline(File* file, char* line, int32_t capacity, int32_t* length)
 
 int32_t file_write_slow(File* file, const void* data, std::size_t size);
 inline int32_t file_write(File* file, const void* data, std::size_t size) {
-  auto* base = reinterpret_cast<FileBase*>(file);
-  if (static_cast<std::size_t>(base->end - base->next) < size) return file_write_slow(file, data, size);
-  if (size != 0) std::memcpy(base->next, data, size);
-  base->next += size;
-  return base->status;
+  if (static_cast<std::size_t>(file->end - file->next) < size) return file_write_slow(file, data, size);
+  if (size != 0) std::memcpy(file->next, data, size);
+  file->next += size;
+  return file->status;
 }
 inline int32_t file_puts(File* file, const char* text) { return file_write(file, text, std::strlen(text)); }
 
