@@ -165,6 +165,7 @@ consteval bool defaults_hold(const auto& params) {
 static_assert(defaults_hold(int_params) && defaults_hold(dou_params));
 
 static_assert(std::ranges::is_sorted(codes, std::ranges::less_equal{}, &CodeText::code) && std::size(codes) == 285);
+static_assert(std::ranges::none_of(codes, [](const CodeText& row) { return row.description[0] == '\0'; }));
 static_assert(std::ranges::adjacent_find(by_name, [](int16_t a, int16_t b) {
                 return compare(symbols[a].name, symbols[b].name) == 0;
               }) == by_name.end());
