@@ -7,6 +7,10 @@ namespace tarvo {
 [[gnu::weak]] void data_clear(Task*) {}
 [[gnu::weak]] void names_clear(Task*) {}
 [[gnu::weak]] void basissolve_delete(Task*) {}
+[[gnu::weak]] int32_t resolved_sense(const Task*) { return TRV_OBJECTIVE_SENSE_MINIMIZE; }
+[[gnu::weak]] int32_t data_lock(Task*, ColumnView*) { return TRV_RES_ERR_UNKNOWN; }
+[[gnu::weak]] void data_unlock(Task*) {}
+[[gnu::weak]] int32_t simplexoptimizer(Task*, int32_t, double, double) { return TRV_RES_ERR_UNKNOWN; }
 }  // namespace tarvo
 
 [[gnu::weak]] int32_t TRV_putmaxnumvar(TRVtask task, int32_t n) {
@@ -20,3 +24,4 @@ namespace tarvo {
 [[gnu::weak]] int32_t TRV_putmaxnumcone(TRVtask, int32_t) { return TRV_RES_OK; }
 [[gnu::weak]] int32_t TRV_putmaxnumanz(TRVtask, int32_t) { return TRV_RES_OK; }
 [[gnu::weak]] int32_t TRV_putmaxnumqnz(TRVtask, int32_t) { return TRV_RES_OK; }
+[[gnu::weak]] int32_t TRV_checkdata(TRVtask) { return TRV_RES_OK; }
