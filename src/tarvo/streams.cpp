@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "cpub/clocale.h"
+#include "tarvo/frame.h"
 #include "tarvo/version.h"
 
 namespace tarvo {
@@ -159,3 +160,65 @@ void streams_closefiles(StreamBlock* block) {
 }
 
 }  // namespace tarvo
+
+using namespace tarvo;
+
+int32_t TRV_echotask(TRVtask task, int32_t whichstream, const char* format, ...) {
+  if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
+  if (const int32_t rc = stream_check(whichstream); rc != TRV_RES_OK) return rc;
+  if (format == nullptr) return report<TRV_RES_ERR_NULL_POINTER>(task, "format");
+  va_list args;
+  va_start(args, format);
+  streams_vprint(&task->streams, whichstream, format, args);
+  va_end(args);
+  streams_flush(&task->streams, whichstream);
+  return TRV_RES_OK;
+}
+
+// The calls on an environment's streams work before TRV_initenv, too.
+int32_t TRV_echoenv(TRVenv env, int32_t whichstream, const char* format, ...) {
+  if (env == nullptr) return TRV_RES_ERR_NULL_ENV;
+  if (const int32_t rc = stream_check(whichstream); rc != TRV_RES_OK) return rc;
+  if (format == nullptr) return report_env<TRV_RES_ERR_NULL_POINTER>(env, "format");
+  va_list args;
+  va_start(args, format);
+  streams_vprint(&env->streams, whichstream, format, args);
+  va_end(args);
+  return TRV_RES_OK;
+}
+
+int32_t TRV_linkfiletotaskstream(TRVtask task, int32_t whichstream, const char* filename, int32_t append) {
+  if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
+  if (const int32_t rc = stream_check(whichstream); rc != TRV_RES_OK) return rc;
+  streams_linkfile(&task->streams, whichstream, filename, append != 0);
+  return TRV_RES_OK;
+}
+
+int32_t TRV_linkfiletoenvstream(TRVenv env, int32_t whichstream, const char* filename, int32_t append) {
+  if (env == nullptr) return TRV_RES_ERR_NULL_ENV;
+  if (const int32_t rc = stream_check(whichstream); rc != TRV_RES_OK) return rc;
+  streams_linkfile(&env->streams, whichstream, filename, append != 0);
+  return TRV_RES_OK;
+}
+
+int32_t TRV_linkfunctotaskstream(TRVtask task, int32_t whichstream, void* handle, TRVstreamfunc func) {
+  if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
+  if (const int32_t rc = stream_check(whichstream); rc != TRV_RES_OK) return rc;
+  streams_linkfunc(&task->streams, whichstream, handle, func);
+  return TRV_RES_OK;
+}
+
+int32_t TRV_linkfunctoenvstream(TRVenv env, int32_t whichstream, void* handle, TRVstreamfunc func) {
+  if (env == nullptr) return TRV_RES_ERR_NULL_ENV;
+  if (const int32_t rc = stream_check(whichstream); rc != TRV_RES_OK) return rc;
+  streams_linkfunc(&env->streams, whichstream, handle, func);
+  return TRV_RES_OK;
+}
+
+int32_t TRV_unlinkfuncfromtaskstream(TRVtask task, int32_t whichstream) {
+  return TRV_linkfunctotaskstream(task, whichstream, nullptr, nullptr);
+}
+
+int32_t TRV_unlinkfuncfromenvstream(TRVenv env, int32_t whichstream) {
+  return TRV_linkfunctoenvstream(env, whichstream, nullptr, nullptr);
+}

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "tarvo/bufpool.h"
+#include "tarvo/ctrlc.h"
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
 #include "tarvo/tables.h"
@@ -35,6 +36,7 @@ void open_debugfile(const Env* env, sysenv* sys, const char* middle) {
 // Destroys an environment, also a half-made one. The result is that of deleting its sysenv.
 int32_t env_destroy(Env* env) {
   sysenv* sys = env->sys;
+  ctrlc_release(env);
   char counts[96];
   std::snprintf(counts, sizeof counts, "Number of task created: %d Number of deleted task: %d\n", env->num_tasks_created,
                 env->num_tasks_deleted);

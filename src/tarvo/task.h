@@ -73,6 +73,7 @@ struct TRVenv_st {
   pthread_mutex_t mutex[4];  // 1 control-C counters, 2 task counters, 3 loading of the global optimiser
   int32_t num_mutexes;       // how many of them are initialised
   int32_t ctrlc_seen, ctrlc_polls;
+  int32_t ctrlc_installed;  // this environment keeps the interrupt handler in place
   void* ctrlc_handle;
   TRVctrlcfunc ctrlc_func;
   tarvo::sysenv* sys;
@@ -138,6 +139,8 @@ struct TRVtask_st {
   int32_t sim_head_count;      // simplex entry blocks printed in this optimisation
   int32_t iter_head_printed;
   int32_t num_optimizations;
+  double callback_time;           // real clock at the last call of the call-back for an iteration
+  double clock_cpu, clock_real;   // the last readings of both clocks by an event
   int32_t break_code, ctrlc_snapshot;
   int32_t last_code;
   char* last_message;
