@@ -1,5 +1,6 @@
 // Stand-ins for calls of other files that are still to come; a strong definition takes their place.
 #include "tarvo/tarvodat.h"
+#include "tarvo/tarvomps.h"
 #include "tarvo/tarvonam.h"
 #include "tarvo/tarvosim.h"
 
@@ -11,8 +12,15 @@ namespace tarvo {
 [[gnu::weak]] int32_t data_lock(Task*, ColumnView*) { return TRV_RES_ERR_UNKNOWN; }
 [[gnu::weak]] void data_unlock(Task*) {}
 [[gnu::weak]] int32_t simplexoptimizer(Task*, int32_t, double, double) { return TRV_RES_ERR_UNKNOWN; }
+[[gnu::weak]] int32_t data_checkunlocked(Task*, Location) { return TRV_RES_OK; }
+[[gnu::weak]] int32_t mps_read(Task*, File*, const char*) { return TRV_RES_ERR_UNKNOWN; }
+[[gnu::weak]] int32_t mps_write(Task*, File*, bool) { return TRV_RES_ERR_UNKNOWN; }
 }  // namespace tarvo
 
+[[gnu::weak]] int32_t TRV_getnumanz(TRVtask, int32_t* n) {
+  *n = 0;
+  return TRV_RES_OK;
+}
 [[gnu::weak]] int32_t TRV_putmaxnumvar(TRVtask task, int32_t n) {
   task->maxnumvar = n;
   return n < 0 ? TRV_RES_ERR_SPACE : TRV_RES_OK;
