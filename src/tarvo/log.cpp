@@ -221,6 +221,8 @@ void log_start(Task* task) {
   task->callback_time = -std::numeric_limits<double>::infinity();
   task->clock_cpu = sysenv_cputime();
   task->clock_real = sysenv_realtime();
+  task->dinf[TRV_DINF_OPTIMIZER_CPUTIME] = 0;  // the time limit is tested against it
+  task->dinf[TRV_DINF_OPTIMIZER_REALTIME] = 0;
 }
 
 bool events_wanted(const Task* task) {

@@ -8,6 +8,7 @@
 #include "tarvo/bufpool.h"
 #include "tarvo/ctrlc.h"
 #include "tarvo/frame.h"
+#include "tarvo/lifetime.h"
 #include "tarvo/log.h"
 #include "tarvo/tables.h"
 #include "tarvo/tarvodat.h"
@@ -65,15 +66,6 @@ int32_t env_setup(Env* env, const char* dbgfile) {
     ++env->num_mutexes;
   }
   return fill_defaults(env) ? TRV_RES_OK : TRV_RES_ERR_SPACE;
-}
-
-// Drops all problem data. Never allocates, so that a task can always be deleted.
-void task_clear(Task* task) {
-  sol_deleteall(task);
-  basissolve_delete(task);
-  data_clear(task);
-  names_clear(task);
-  if (task->buffers != nullptr) bufpool_release(task);
 }
 
 // Destroys a task, also a half-made one. `counted` tells whether it stands in the environment's count of tasks.
@@ -138,6 +130,14 @@ int32_t task_setup(Task* task, int32_t maxnumcon, int32_t maxnumvar, bool* count
 }
 
 }  // namespace
+
+void task_clear(Task* task) {
+  sol_deleteall(task);
+  basissolve_delete(task);
+  data_clear(task);
+  names_clear(task);
+  if (task->buffers != nullptr) bufpool_release(task);
+}
 
 int32_t env_lock(Env* env, EnvMutex which) {
   return pthread_mutex_lock(&env->mutex[which]) == 0 ? TRV_RES_OK : TRV_RES_ERR_THREAD_MUTEX_LOCK;
@@ -234,6 +234,8 @@ int32_t TRV_makeemptytask(TRVenv env, TRVtask* task) { return TRV_maketask(env, 
 int32_t TRV_deletetask(TRVtask* task) {
   if (task == nullptr || *task == nullptr) return TRV_RES_OK;
   if (const int32_t rc = task_check(*task); rc != TRV_RES_OK) return rc;
+  // Its own call-back may not delete a task that is being optimised.
+  if (const int32_t rc = data_checkunlocked(*task); rc != TRV_RES_OK) return rc;
   Task* doomed = *task;
   *task = nullptr;
   return task_destroy(doomed, true);
@@ -242,6 +244,7 @@ int32_t TRV_deletetask(TRVtask* task) {
 int32_t TRV_resizetask(TRVtask task, int32_t maxnumcon, int32_t maxnumvar, int32_t maxnumcone, int32_t maxnumanz,
                        int32_t maxnumqnz) {
   if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
+  if (const int32_t rc = data_checkunlocked(task); rc != TRV_RES_OK) return rc;
   task_clear(task);
   return put_capacities(task, maxnumcon, maxnumvar, maxnumcone, maxnumanz, maxnumqnz);
 }
