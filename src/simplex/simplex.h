@@ -127,6 +127,12 @@ struct simplexbasis {
   lu* factor = nullptr;  // NULL or a factor of this dimension; valid when lu_isfactored
 };
 
+// An all-logical basis for numcon rows, with a factor object that holds no factor yet. SIM_RESP_SPACE leaves what there is
+// for simplex_deletebasis, which may be called on any basis, also an empty one.
+int32_t simplex_makebasis(sysenv* env, int32_t numcon, simplexbasis* basis);
+void simplex_deletebasis(simplexbasis* basis);
+int32_t simplex_copybasis(sysenv* env, const simplexbasis& from, simplexbasis* to);  // *to is unchanged on failure
+
 // Runs the primal simplex on a (scaled) problem from the given keys and basis: on entry skc, skx describe a basis
 // (par.clean != 0) or are to be filled by a crash. On exit the keys, xc, xx, y, sc, sx, prosta and solsta of info stand
 // for the original bounds. The result is info->resp.
