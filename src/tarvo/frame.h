@@ -58,7 +58,7 @@ struct EnvAt {
 
 namespace detail {
 
-consteval const char* template_of(int32_t code) {
+constexpr const char* template_of(int32_t code) {
   switch (code) {
 #define RES(number, name, text, description) \
   case number:                               \
@@ -71,7 +71,7 @@ consteval const char* template_of(int32_t code) {
 }
 
 // What the conversion at *p (behind its '%') takes: 'i' int32, 'l' a 64-bit integer, 'd' double, 's' text.
-consteval char conversion(const char*& p) {
+constexpr char conversion(const char*& p) {
   bool wide = false;
   for (;; ++p) {
     switch (*p) {
@@ -93,7 +93,7 @@ consteval char conversion(const char*& p) {
 }
 
 template <class T>
-consteval char kind_of() {
+constexpr char kind_of() {
   using U = std::decay_t<T>;
   if constexpr (std::is_same_v<U, double>) return 'd';
   else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) return 's';
@@ -103,7 +103,7 @@ consteval char kind_of() {
 }
 
 template <class... A>
-consteval bool arguments_fit(int32_t code) {
+constexpr bool arguments_fit(int32_t code) {
   const char* p = template_of(code);
   if (p == nullptr) return false;
   constexpr std::array<char, sizeof...(A) + 1> kinds{kind_of<A>()..., '\0'};
