@@ -8,7 +8,7 @@ namespace tarvo {
 [[gnu::weak]] void data_clear(Task*) {}
 [[gnu::weak]] void names_clear(Task*) {}
 [[gnu::weak]] void basissolve_delete(Task*) {}
-[[gnu::weak]] int32_t resolved_sense(const Task*) { return TRV_OBJECTIVE_SENSE_MINIMIZE; }
+[[gnu::weak]] int32_t resolved_sense(const Task* t) { return t->objective_sense; }
 [[gnu::weak]] int32_t data_lock(Task*, ColumnView*) { return TRV_RES_ERR_UNKNOWN; }
 [[gnu::weak]] void data_unlock(Task*) {}
 [[gnu::weak]] int32_t simplexoptimizer(Task*, int32_t, double, double) { return TRV_RES_ERR_UNKNOWN; }
