@@ -13,8 +13,8 @@ namespace tarvo {
 
 namespace {
 
-constexpr std::string_view keywords[] = {"NAME",    "OBJSENSE", "OBJNAME", "ROWS",    "COLUMNS",
-                                         "RHS",     "RANGES",   "BOUNDS",  "SETS",    "QUADOBJ",
+constexpr std::string_view keywords[] = {"NAME",     "OBJSENSE", "OBJNAME", "ROWS",    "COLUMNS",
+                                         "RHS",      "RANGES",   "BOUNDS",  "SETS",    "QUADOBJ",
                                          "QSECTION", "CSECTION", "ENDATA",  "QMATRIX", "QCMATRIX"};
 constexpr int num_sections = static_cast<int>(sizeof(keywords) / sizeof(keywords[0]));
 
@@ -26,7 +26,14 @@ constexpr Columns col_key = {1, 3}, col_name1 = {4, 12}, col_name2 = {14, 22}, c
                   col_name3 = {39, 47}, col_number2 = {49, 61};
 constexpr int col_end = 62;
 
-enum Wanted : unsigned { want_key = 1, want_name1 = 2, want_name2 = 4, want_number1 = 8, want_name3 = 16, want_number2 = 32 };
+enum Wanted : unsigned {
+  want_key = 1,
+  want_name1 = 2,
+  want_name2 = 4,
+  want_number1 = 8,
+  want_name3 = 16,
+  want_number2 = 32
+};
 constexpr unsigned want_pairs = want_name1 | want_name2 | want_number1 | want_name3 | want_number2;
 
 unsigned wanted_fields(MpsSection section) {
@@ -78,7 +85,10 @@ bool parse_number(MpsText* text, std::string_view token, double* value) {
   }
   const char* const last = token.data() + token.size();
   const char* const stop = num_scan(token.data(), last, value);
-  if (stop == last) return std::memchr(token.data(), 'd', token.size()) == nullptr;
+  if (stop == last) {
+    *value += 0.0;  // no negative zeros
+    return std::memchr(token.data(), 'd', token.size()) == nullptr;
+  }
   const bool negative = token.front() == '-';
   if (negative || token.front() == '+') token.remove_prefix(1);
   if (!equal_nocase(token, "inf") && !equal_nocase(token, "infinity")) return false;
@@ -228,7 +238,8 @@ MpsStatus split(MpsText* text, MpsSection section, unsigned wanted, MpsFields* f
     // Many writers don't keep to the columns on marker lines.
     if (section == MpsSection::columns && text->layout == TRV_MPS_FORMAT_RELAXED && status != MpsStatus::ok) {
       MpsFields marker{};
-      if (split_free(text, section, wanted, text->first, text->last, &marker) == MpsStatus::ok && is_marker(marker.name2)) {
+      if (split_free(text, section, wanted, text->first, text->last, &marker) == MpsStatus::ok &&
+          is_marker(marker.name2)) {
         *f = marker;
         status = MpsStatus::ok;
       }
@@ -273,7 +284,8 @@ MpsStatus mps_section(MpsText* text, MpsSection* section, std::string_view* rest
   if (k == num_sections) return MpsStatus::unknown_section;
   *section = static_cast<MpsSection>(k);
   *rest = line.substr(keywords[k].size());
-  const bool named = *section == MpsSection::qsection || *section == MpsSection::csection || *section == MpsSection::qcmatrix;
+  const bool named =
+      *section == MpsSection::qsection || *section == MpsSection::csection || *section == MpsSection::qcmatrix;
   if (!named) return MpsStatus::ok;
   // The fixed layouts have the name at the place of name 2; in the relaxed one tokens do where columns don't.
   *fields = MpsFields{};
@@ -303,9 +315,13 @@ MpsStatus mps_data(MpsText* text, MpsSection section, MpsFields* fields) {
 
 int32_t mps_report(Task* task, MpsStatus status) {
   switch (status) {
-    case MpsStatus::field1: case MpsStatus::field2: case MpsStatus::field3: case MpsStatus::field4:
+    case MpsStatus::field1:
+    case MpsStatus::field2:
+    case MpsStatus::field3:
+    case MpsStatus::field4:
     case MpsStatus::field5:
-      return report<TRV_RES_ERR_MPS_INV_FIELD>(task, static_cast<int32_t>(status) - static_cast<int32_t>(MpsStatus::field0));
+      return report<TRV_RES_ERR_MPS_INV_FIELD>(task,
+                                               static_cast<int32_t>(status) - static_cast<int32_t>(MpsStatus::field0));
     case MpsStatus::unknown_section:
       return report<TRV_RES_ERR_MPS_INV_SEC_NAME>(task);
     case MpsStatus::tab_in_field2:

@@ -12,7 +12,19 @@ namespace tarvo {
 
 // The numbers up to `endata` fix the order of the sections.
 enum class MpsSection : int32_t {
-  name, objsense, objname, rows, columns, rhs, ranges, bounds, sets, quadobj, qsection, csection, endata,
+  name,
+  objsense,
+  objname,
+  rows,
+  columns,
+  rhs,
+  ranges,
+  bounds,
+  sets,
+  quadobj,
+  qsection,
+  csection,
+  endata,
   qmatrix,   // the objective's quadratic term with both triangles
   qcmatrix,  // a row's quadratic term with both triangles and without the factor 1/2
 };
@@ -22,10 +34,17 @@ enum class MpsStatus : int32_t {
   ok = 0,
   section = 1,  // the line starts a new section
   empty = 4,
-  field0 = 5, field1 = 6, field2 = 7, field3 = 8, field4 = 9, field5 = 10,  // this field is invalid
+  field0 = 5,
+  field1 = 6,
+  field2 = 7,
+  field3 = 8,
+  field4 = 9,
+  field5 = 10,  // this field is invalid
   other = 11,
   unknown_section = 12,
-  tab_in_field2 = 13, tab_in_field3 = 14, tab_in_field5 = 15,
+  tab_in_field2 = 13,
+  tab_in_field3 = 14,
+  tab_in_field5 = 15,
   end_of_file = 16,
 };
 
@@ -40,13 +59,13 @@ struct MpsText {
   char* next;   // behind the current line
   char* first;  // the current line, trailing blanks cut
   char* last;
-  char* nul;    // the first NUL byte, or end
-  int64_t line;                 // the number of the current line, from 1
-  int32_t layout;               // TRV_MPS_FORMAT_
-  bool pushed;                  // the current line is read again
-  bool quoted;                  // names may stand in quotes in the free layout
-  bool tabs;                    // there is a tab somewhere
-  char digits[32];              // a number without the blanks in it
+  char* nul;        // the first NUL byte, or end
+  int64_t line;     // the number of the current line, from 1
+  int32_t layout;   // TRV_MPS_FORMAT_
+  bool pushed;      // the current line is read again
+  bool quoted;      // names may stand in quotes in the free layout
+  bool tabs;        // there is a tab somewhere
+  char digits[32];  // a number without the blanks in it
 };
 
 // Takes over a text, which must live on; carriage returns are taken out of it. A layout out of range is clamped.

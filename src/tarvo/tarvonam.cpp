@@ -125,8 +125,9 @@ int32_t copy_name(Task* task, const char* name, int32_t maxlen, int32_t* len, ch
 
 const char* item_name(const Task* task, int32_t whichitem, int32_t i) {
   const NameStore& names = task->names;
-  const Array<int32_t>& offset =
-      whichitem == TRV_PI_VAR ? names.varname : whichitem == TRV_PI_CON ? names.conname : names.conename;
+  const Array<int32_t>& offset = whichitem == TRV_PI_VAR   ? names.varname
+                                 : whichitem == TRV_PI_CON ? names.conname
+                                                           : names.conename;
   return offset[i] == 0 ? "" : names.nametext.data() + offset[i];
 }
 

@@ -1,6 +1,4 @@
 // Reads an MPS file: a pass that checks the syntax and counts, then one that loads the task section by section.
-#include "tarvo/tarvomps.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -9,6 +7,7 @@
 #include "tarvo/log.h"
 #include "tarvo/readmps.h"
 #include "tarvo/tarvodat.h"
+#include "tarvo/tarvomps.h"
 #include "tarvo/tarvonam.h"
 
 namespace tarvo {
@@ -48,14 +47,14 @@ struct Reader {
   bool keep_free;
   int32_t obj_row;
   double cfix;
-  int32_t con_hint, var_hint;    // the rows and variables found last: the next search is often for their successor
-  Array<int32_t> ptr, sub;       // the columns, [numvar + 1] and [anz]
-  Array<double> val;             // [anz]
-  Array<int32_t> place;          // [numcon] 1 + the place of a row's element in the column that is open, else 0
-  Array<int32_t> qsubi, qsubj;   // [max_qnz]
-  Array<double> qval;            // [max_qnz]
-  Array<int32_t> cone_of;        // [numvar] 1 + the cone of a variable, else 0
-  Array<int32_t> members;        // [numvar]
+  int32_t con_hint, var_hint;   // the rows and variables found last: the next search is often for their successor
+  Array<int32_t> ptr, sub;      // the columns, [numvar + 1] and [anz]
+  Array<double> val;            // [anz]
+  Array<int32_t> place;         // [numcon] 1 + the place of a row's element in the column that is open, else 0
+  Array<int32_t> qsubi, qsubj;  // [max_qnz]
+  Array<double> qval;           // [max_qnz]
+  Array<int32_t> cone_of;       // [numvar] 1 + the cone of a variable, else 0
+  Array<int32_t> members;       // [numvar]
 };
 
 int32_t fail(Reader* r, const char* expected, int32_t code) {
@@ -66,12 +65,23 @@ int32_t fail(Reader* r, const char* expected, int32_t code) {
 int32_t bad_line(Reader* r, MpsStatus status) {
   const char* expected = nullptr;
   switch (status) {
-    case MpsStatus::field3: expected = "a number in field 3"; break;
-    case MpsStatus::field5: expected = "a number in field 5"; break;
-    case MpsStatus::unknown_section: expected = "the name of a section"; break;
-    case MpsStatus::field0: case MpsStatus::field1: case MpsStatus::field2: case MpsStatus::field4:
-      expected = "a blank in each gap between two fields"; break;
-    default: break;
+    case MpsStatus::field3:
+      expected = "a number in field 3";
+      break;
+    case MpsStatus::field5:
+      expected = "a number in field 5";
+      break;
+    case MpsStatus::unknown_section:
+      expected = "the name of a section";
+      break;
+    case MpsStatus::field0:
+    case MpsStatus::field1:
+    case MpsStatus::field2:
+    case MpsStatus::field4:
+      expected = "a blank in each gap between two fields";
+      break;
+    default:
+      break;
   }
   return fail(r, expected, mps_report(r->task, status));
 }
@@ -134,7 +144,8 @@ int32_t count_sizes(Reader* r) {
     MpsFields fields;
     if (const int32_t res = next_section(r, &section, &rest, &fields); res != TRV_RES_OK) return res;
     if (section == MpsSection::endata) break;
-    if (log && section == MpsSection::rows) task_print(task, TRV_STREAM_LOG, "Estimating number of %s.\n", "constraints");
+    if (log && section == MpsSection::rows)
+      task_print(task, TRV_STREAM_LOG, "Estimating number of %s.\n", "constraints");
     if (log && section == MpsSection::columns)
       task_print(task, TRV_STREAM_LOG, "Estimating number of %s.\n", "variables and A nonzeros");
     if (section == MpsSection::csection) ++n.cone;
@@ -183,13 +194,15 @@ int32_t find_item(Reader* r, int32_t kind, std::string_view name, int32_t* hint)
 int32_t find_row(Reader* r, std::string_view name, int32_t* row) {
   *row = find_item(r, TRV_PI_CON, name, &r->con_hint);
   if (*row != -1) return TRV_RES_OK;
-  return fail(r, "the name of a row of the ROWS section", report<TRV_RES_ERR_MPS_UNDEF_CON_NAME>(r->task, static_cast<const char*>(Shown(name))));
+  return fail(r, "the name of a row of the ROWS section",
+              report<TRV_RES_ERR_MPS_UNDEF_CON_NAME>(r->task, static_cast<const char*>(Shown(name))));
 }
 
 int32_t find_var(Reader* r, std::string_view name, int32_t* var) {
   *var = find_item(r, TRV_PI_VAR, name, &r->var_hint);
   if (*var != -1) return TRV_RES_OK;
-  return fail(r, "the name of a variable of the COLUMNS section", report<TRV_RES_ERR_MPS_UNDEF_VAR_NAME>(r->task, static_cast<const char*>(Shown(name))));
+  return fail(r, "the name of a variable of the COLUMNS section",
+              report<TRV_RES_ERR_MPS_UNDEF_VAR_NAME>(r->task, static_cast<const char*>(Shown(name))));
 }
 
 int32_t out_of_space(Reader* r) { return report<TRV_RES_ERR_SPACE>(r->task); }
@@ -222,7 +235,8 @@ void log_vector(Reader* r, std::string_view name, const char* kind) {
 
 int32_t read_name(Reader* r, std::string_view rest) {
   // Lines are read whole whatever their length; the width of a line limits the task's name alone.
-  const std::string_view name = trimmed(rest).substr(0, static_cast<std::size_t>(r->task->ipar[TRV_IPAR_READ_MPS_WIDTH]));
+  const std::string_view name =
+      trimmed(rest).substr(0, static_cast<std::size_t>(r->task->ipar[TRV_IPAR_READ_MPS_WIDTH]));
   const int32_t res = with_text(r, name, [&](const char* text) { return TRV_puttaskname(r->task, text); });
   if (res != TRV_RES_OK) return res;
   return each_line(r, MpsSection::name, [&](const MpsFields&) { return bad_line(r, MpsStatus::unknown_section); });
@@ -231,7 +245,8 @@ int32_t read_name(Reader* r, std::string_view rest) {
 int32_t put_sense(Reader* r, std::string_view sense) {
   const bool maximize = sense == "MAX" || sense == "MAXIMIZE";
   if (!maximize && sense != "MIN" && sense != "MINIMIZE")
-    return fail(r, "MAX, MAXIMIZE, MIN or MINIMIZE", report<TRV_RES_ERR_MPS_INVALID_OBJSENSE>(r->task, static_cast<const char*>(Shown(sense))));
+    return fail(r, "MAX, MAXIMIZE, MIN or MINIMIZE",
+                report<TRV_RES_ERR_MPS_INVALID_OBJSENSE>(r->task, static_cast<const char*>(Shown(sense))));
   if (r->task->ipar[TRV_IPAR_READ_MPS_OBJ_SENSE] == 0) return TRV_RES_OK;
   return TRV_putobjsense(r->task, maximize ? TRV_OBJECTIVE_SENSE_MAXIMIZE : TRV_OBJECTIVE_SENSE_MINIMIZE);
 }
@@ -257,7 +272,8 @@ int32_t read_objname(Reader* r) {
     if (given) return bad_line(r, MpsStatus::other);
     if (!f.key.empty()) return bad_line(r, MpsStatus::field1);
     given = true;
-    return with_text(r, f.name1, [&](const char* text) { return TRV_putstrparam(r->task, TRV_SPAR_READ_MPS_OBJ_NAME, text); });
+    return with_text(r, f.name1,
+                     [&](const char* text) { return TRV_putstrparam(r->task, TRV_SPAR_READ_MPS_OBJ_NAME, text); });
   });
   return res != TRV_RES_OK || given ? res : bad_line(r, MpsStatus::field1);
 }
@@ -270,8 +286,10 @@ int32_t choose_objective(Reader* r) {
     if (r->obj_row == -1)
       return fail(r, nullptr, report<TRV_RES_ERR_MPS_INVALID_OBJ_NAME>(task, static_cast<const char*>(Shown(wanted))));
   } else {
-    r->obj_row = static_cast<int32_t>(std::find(task->bkc.begin(), task->bkc.begin() + task->numcon, TRV_BK_FR) - task->bkc.begin());
-    if (r->obj_row == task->numcon) return fail(r, "a row with the key N in the ROWS section", report<TRV_RES_ERR_MPS_NO_OBJECTIVE>(task));
+    r->obj_row = static_cast<int32_t>(std::find(task->bkc.begin(), task->bkc.begin() + task->numcon, TRV_BK_FR) -
+                                      task->bkc.begin());
+    if (r->obj_row == task->numcon)
+      return fail(r, "a row with the key N in the ROWS section", report<TRV_RES_ERR_MPS_NO_OBJECTIVE>(task));
   }
   const std::string_view name = item_name(task, TRV_PI_CON, r->obj_row);
   log_vector(r, name, "objective");
@@ -280,18 +298,22 @@ int32_t choose_objective(Reader* r) {
 
 int32_t read_rows(Reader* r) {
   Task* const task = r->task;
-  if (const int32_t res = TRV_append(task, TRV_ACC_CON, static_cast<int32_t>(r->counts.con)); res != TRV_RES_OK) return res;
+  if (const int32_t res = TRV_append(task, TRV_ACC_CON, static_cast<int32_t>(r->counts.con)); res != TRV_RES_OK)
+    return res;
   int32_t row = 0;
   const int32_t res = each_line(r, MpsSection::rows, [&](const MpsFields& f) -> int32_t {
     const char key = f.key.size() == 1 ? f.key[0] : '?';
     const int32_t bk = key == 'L' ? TRV_BK_UP : key == 'E' ? TRV_BK_FX : key == 'G' ? TRV_BK_LO : TRV_BK_FR;
     if (bk == TRV_BK_FR && key != 'N')
-      return fail(r, "one of the keys N, E, L and G", report<TRV_RES_ERR_MPS_INV_CON_KEY>(task, static_cast<const char*>(Shown(f.key)), static_cast<const char*>(Shown(f.name1))));
+      return fail(r, "one of the keys N, E, L and G",
+                  report<TRV_RES_ERR_MPS_INV_CON_KEY>(task, static_cast<const char*>(Shown(f.key)),
+                                                      static_cast<const char*>(Shown(f.name1))));
     if (f.name1.empty()) return fail(r, "the name of the row", report<TRV_RES_ERR_MPS_NULL_CON_NAME>(task));
     int32_t owner;
     const int32_t named = names_put(task, TRV_PI_CON, row, f.name1, &owner);
     if (named == TRV_RES_ERR_DUP_NAME)
-      return fail(r, "a name that no row has yet", report<TRV_RES_ERR_MPS_MUL_CON_NAME>(task, static_cast<const char*>(Shown(f.name1))));
+      return fail(r, "a name that no row has yet",
+                  report<TRV_RES_ERR_MPS_MUL_CON_NAME>(task, static_cast<const char*>(Shown(f.name1))));
     if (named != TRV_RES_OK) return out_of_space(r);
     return bk == TRV_BK_FR ? (++row, int32_t{TRV_RES_OK}) : TRV_putbound(task, TRV_ACC_CON, row++, bk, 0.0, 0.0);
   });
@@ -325,7 +347,8 @@ int32_t open_column(Reader* r, OpenColumn* col, std::string_view name) {
   int32_t owner;
   const int32_t named = names_put(task, TRV_PI_VAR, col->var, name, &owner);
   if (named == TRV_RES_ERR_DUP_NAME)
-    return fail(r, "all lines of a variable together", report<TRV_RES_ERR_MPS_SPLITTED_VAR>(task, static_cast<const char*>(Shown(name))));
+    return fail(r, "all lines of a variable together",
+                report<TRV_RES_ERR_MPS_SPLITTED_VAR>(task, static_cast<const char*>(Shown(name))));
   if (named != TRV_RES_OK) return out_of_space(r);
   if (!col->integer) return TRV_putbound(task, TRV_ACC_VAR, col->var, TRV_BK_LO, 0.0, infinity_bound);
   if (task->ipar[TRV_IPAR_READ_MPS_KEEP_INT] != 0)
@@ -352,10 +375,11 @@ int32_t add_element(Reader* r, OpenColumn* col, std::string_view name, double va
 
 int32_t read_columns(Reader* r) {
   Task* const task = r->task;
-  if (const int32_t res = TRV_append(task, TRV_ACC_VAR, static_cast<int32_t>(r->counts.var)); res != TRV_RES_OK) return res;
+  if (const int32_t res = TRV_append(task, TRV_ACC_VAR, static_cast<int32_t>(r->counts.var)); res != TRV_RES_OK)
+    return res;
   const auto numvar = static_cast<std::size_t>(r->counts.var), anz = static_cast<std::size_t>(r->counts.anz);
-  if (!r->ptr.alloc(task->sys, numvar + 1, Fill::zero) || !r->sub.alloc(task->sys, anz) || !r->val.alloc(task->sys, anz) ||
-      !r->place.alloc(task->sys, static_cast<std::size_t>(task->numcon), Fill::zero))
+  if (!r->ptr.alloc(task->sys, numvar + 1, Fill::zero) || !r->sub.alloc(task->sys, anz) ||
+      !r->val.alloc(task->sys, anz) || !r->place.alloc(task->sys, static_cast<std::size_t>(task->numcon), Fill::zero))
     return out_of_space(r);
   OpenColumn col{};
   col.var = -1;
@@ -420,7 +444,9 @@ int32_t put_rhs(Reader* r, std::string_view name, double value, bool second) {
   const int32_t bk = task->bkc[row];
   if (bk == TRV_BK_FR) return TRV_RES_OK;
   if (second && std::fabs(value) >= task->dpar[TRV_DPAR_DATA_TOL_BOUND_WRN])
-    if (const int32_t res = report<TRV_RES_WRN_LARGE_BOUND>(task, value, "constraint", item_name(task, TRV_PI_CON, row), row); res != TRV_RES_OK)
+    if (const int32_t res =
+            report<TRV_RES_WRN_LARGE_BOUND>(task, value, "constraint", item_name(task, TRV_PI_CON, row), row);
+        res != TRV_RES_OK)
       return res;
   return TRV_putbound(task, TRV_ACC_CON, row, bk, value, value);
 }
@@ -429,7 +455,9 @@ int32_t read_rhs(Reader* r) {
   Vector v{parameter(r->task, TRV_SPAR_READ_MPS_RHS_NAME), {}, 0};
   return each_line(r, MpsSection::rhs, [&](const MpsFields& f) -> int32_t {
     bool counts;
-    if (const int32_t res = take_line<TRV_RES_WRN_MPS_SPLIT_RHS_VECTOR>(r, &v, f.name1, "rhs", &counts); res != TRV_RES_OK || !counts) return res;
+    if (const int32_t res = take_line<TRV_RES_WRN_MPS_SPLIT_RHS_VECTOR>(r, &v, f.name1, "rhs", &counts);
+        res != TRV_RES_OK || !counts)
+      return res;
     if (const int32_t res = put_rhs(r, f.name2, f.number1, false); res != TRV_RES_OK) return res;
     return put_rhs(r, f.name3, f.number2, true);
   });
@@ -449,8 +477,10 @@ int32_t put_range(Reader* r, std::string_view name, double value) {
       bl = bu - std::fabs(value);
       break;
     case TRV_BK_FX:
-      if (value > 0.0) bu = bl + value;
-      else bl += value;
+      if (value > 0.0)
+        bu = bl + value;
+      else
+        bl += value;
       break;
     default:
       return TRV_RES_OK;
@@ -462,7 +492,9 @@ int32_t read_ranges(Reader* r) {
   Vector v{parameter(r->task, TRV_SPAR_READ_MPS_RAN_NAME), {}, 0};
   return each_line(r, MpsSection::ranges, [&](const MpsFields& f) -> int32_t {
     bool counts;
-    if (const int32_t res = take_line<TRV_RES_WRN_MPS_SPLIT_RAN_VECTOR>(r, &v, f.name1, "range", &counts); res != TRV_RES_OK || !counts) return res;
+    if (const int32_t res = take_line<TRV_RES_WRN_MPS_SPLIT_RAN_VECTOR>(r, &v, f.name1, "range", &counts);
+        res != TRV_RES_OK || !counts)
+      return res;
     if (const int32_t res = put_range(r, f.name2, f.number1); res != TRV_RES_OK) return res;
     return put_range(r, f.name3, f.number2);
   });
@@ -488,13 +520,14 @@ int32_t put_bound(Reader* r, std::string_view key, int32_t var, double value) {
   } else if (key == "LO" || key == "LI") {
     lower = true;
     integer = key == "LI";
-    bl = integer ? std::ceil(value) : value;
+    bl = integer ? std::ceil(value) + 0.0 : value;  // no negative zero
   } else if (key == "UP" || key == "UI") {
     upper = true;
     integer = key == "UI";
     bu = integer ? std::floor(value) : value;
   } else {
-    return fail(r, "one of the keys UP, LO, FX, FR, MI, PL, BV, UI and LI", report<TRV_RES_ERR_MPS_INV_BOUND_KEY>(task, static_cast<const char*>(Shown(key))));
+    return fail(r, "one of the keys UP, LO, FX, FR, MI, PL, BV, UI and LI",
+                report<TRV_RES_ERR_MPS_INV_BOUND_KEY>(task, static_cast<const char*>(Shown(key))));
   }
   if (integer && task->ipar[TRV_IPAR_READ_MPS_KEEP_INT] != 0)
     if (const int32_t res = TRV_putvartype(task, var, TRV_VAR_TYPE_INT); res != TRV_RES_OK) return res;
@@ -506,7 +539,9 @@ int32_t read_bounds(Reader* r) {
   Vector v{parameter(r->task, TRV_SPAR_READ_MPS_BOU_NAME), {}, 0};
   return each_line(r, MpsSection::bounds, [&](const MpsFields& f) -> int32_t {
     bool counts;
-    if (const int32_t res = take_line<TRV_RES_WRN_MPS_SPLIT_BOU_VECTOR>(r, &v, f.name1, "bound", &counts); res != TRV_RES_OK || !counts) return res;
+    if (const int32_t res = take_line<TRV_RES_WRN_MPS_SPLIT_BOU_VECTOR>(r, &v, f.name1, "bound", &counts);
+        res != TRV_RES_OK || !counts)
+      return res;
     int32_t var;
     if (const int32_t res = find_var(r, f.name2, &var); res != TRV_RES_OK) return res;
     return put_bound(r, f.key, var, f.number1);
@@ -529,9 +564,12 @@ int32_t read_quadratic(Reader* r, MpsSection section, std::string_view row_name)
     if (const int32_t res = find_row(r, row_name, &row); res != TRV_RES_OK) return res;
   const bool objective = row == r->obj_row;
   int32_t present = 0;
-  if (const int32_t res = objective ? TRV_getnumqobjnz(task, &present) : TRV_getnumqconnz(task, row, &present); res != TRV_RES_OK) return res;
+  if (const int32_t res = objective ? TRV_getnumqobjnz(task, &present) : TRV_getnumqconnz(task, row, &present);
+      res != TRV_RES_OK)
+    return res;
   if (present != 0)
-    return fail(r, "one section for each quadratic term", report<TRV_RES_ERR_MPS_MUL_QSEC>(task, item_name(task, TRV_PI_CON, row)));
+    return fail(r, "one section for each quadratic term",
+                report<TRV_RES_ERR_MPS_MUL_QSEC>(task, item_name(task, TRV_PI_CON, row)));
   // The modes that drop a triangle keep the diagonal.
   const bool both = section == MpsSection::qmatrix || section == MpsSection::qcmatrix;
   const int32_t mode = both ? int32_t{TRV_Q_READ_ADD} : task->ipar[TRV_IPAR_READ_Q_MODE];
@@ -551,7 +589,9 @@ int32_t read_quadratic(Reader* r, MpsSection section, std::string_view row_name)
     return TRV_RES_OK;
   };
   const int32_t res = each_line(r, section, [&](const MpsFields& f) -> int32_t {
-    if (!f.key.empty()) return fail(r, "no key on this line", report<TRV_RES_ERR_MPS_INV_BOUND_KEY>(task, static_cast<const char*>(Shown(f.key))));
+    if (!f.key.empty())
+      return fail(r, "no key on this line",
+                  report<TRV_RES_ERR_MPS_INV_BOUND_KEY>(task, static_cast<const char*>(Shown(f.key))));
     int32_t i;
     if (const int32_t found = find_var(r, f.name1, &i); found != TRV_RES_OK) return found;
     if (f.name2.empty()) return find_var(r, f.name2, &i);
@@ -562,7 +602,8 @@ int32_t read_quadratic(Reader* r, MpsSection section, std::string_view row_name)
   if (dropped != 0 && objective)
     if (const int32_t warned = report<TRV_RES_WRN_DROPPED_NZ_QOBJ>(task, dropped); warned != TRV_RES_OK) return warned;
   if (objective)
-    if (const int32_t put = TRV_putqobj(task, n, r->qsubi.data(), r->qsubj.data(), r->qval.data()); put != TRV_RES_OK) return put;
+    if (const int32_t put = TRV_putqobj(task, n, r->qsubi.data(), r->qsubj.data(), r->qval.data()); put != TRV_RES_OK)
+      return put;
   if (objective && !r->keep_free) return TRV_RES_OK;
   return TRV_putqconk(task, row, n, r->qsubi.data(), r->qsubj.data(), r->qval.data());
 }
@@ -571,19 +612,29 @@ int32_t read_cone(Reader* r, const MpsFields& head) {
   Task* const task = r->task;
   const int32_t cone = task->numcone;
   if (head.name3 != "QUAD" && head.name3 != "RQUAD")
-    return fail(r, "the type QUAD or RQUAD", report<TRV_RES_ERR_MPS_CONE_TYPE>(task, static_cast<const char*>(Shown(head.name3))));
+    return fail(r, "the type QUAD or RQUAD",
+                report<TRV_RES_ERR_MPS_CONE_TYPE>(task, static_cast<const char*>(Shown(head.name3))));
   if (!std::isfinite(head.number1)) return bad_line(r, MpsStatus::field3);
   if (names_find(task, TRV_PI_CONE, head.name2) != -1)
-    return fail(r, "a name that no cone has yet", report<TRV_RES_ERR_MPS_MUL_CSEC>(task, static_cast<const char*>(Shown(head.name2))));
+    return fail(r, "a name that no cone has yet",
+                report<TRV_RES_ERR_MPS_MUL_CSEC>(task, static_cast<const char*>(Shown(head.name2))));
   int32_t n = 0;
   int32_t res = each_line(r, MpsSection::csection, [&](const MpsFields& f) -> int32_t {
-    if (!f.key.empty()) return fail(r, "no key on this line", report<TRV_RES_ERR_MPS_INV_BOUND_KEY>(task, static_cast<const char*>(Shown(f.key))));
+    if (!f.key.empty())
+      return fail(r, "no key on this line",
+                  report<TRV_RES_ERR_MPS_INV_BOUND_KEY>(task, static_cast<const char*>(Shown(f.key))));
     int32_t var;
     if (const int32_t found = find_var(r, f.name1, &var); found != TRV_RES_OK) return found;
     const Shown name(f.name1), this_cone(head.name2);
-    if (r->cone_of[var] == cone + 1) return fail(r, nullptr, report<TRV_RES_ERR_MPS_CONE_REPEAT>(task, static_cast<const char*>(name), static_cast<const char*>(this_cone)));
+    if (r->cone_of[var] == cone + 1)
+      return fail(r, nullptr,
+                  report<TRV_RES_ERR_MPS_CONE_REPEAT>(task, static_cast<const char*>(name),
+                                                      static_cast<const char*>(this_cone)));
     if (r->cone_of[var] != 0)
-      return fail(r, nullptr, report<TRV_RES_ERR_MPS_CONE_OVERLAP>(task, static_cast<const char*>(name), item_name(task, TRV_PI_CONE, r->cone_of[var] - 1), static_cast<const char*>(this_cone)));
+      return fail(r, nullptr,
+                  report<TRV_RES_ERR_MPS_CONE_OVERLAP>(task, static_cast<const char*>(name),
+                                                       item_name(task, TRV_PI_CONE, r->cone_of[var] - 1),
+                                                       static_cast<const char*>(this_cone)));
     r->cone_of[var] = cone + 1;
     r->members[n++] = var;
     return TRV_RES_OK;
@@ -605,7 +656,8 @@ int32_t size_task(Reader* r) {
   for (const int64_t size : sizes)
     if (size > INT32_MAX) return out_of_space(r);
   const auto size = [&](int k) { return static_cast<int32_t>(sizes[k]); };
-  if (const int32_t res = TRV_resizetask(task, size(0), size(1), size(2), size(3), size(4)); res != TRV_RES_OK) return res;
+  if (const int32_t res = TRV_resizetask(task, size(0), size(1), size(2), size(3), size(4)); res != TRV_RES_OK)
+    return res;
   const auto nq = static_cast<std::size_t>(n.max_qnz), nv = n.cone == 0 ? 0 : static_cast<std::size_t>(n.var);
   const bool ok = r->qsubi.alloc(task->sys, nq) && r->qsubj.alloc(task->sys, nq) && r->qval.alloc(task->sys, nq) &&
                   r->cone_of.alloc(task->sys, nv, Fill::zero) && r->members.alloc(task->sys, nv);
@@ -621,19 +673,44 @@ int32_t load_sections(Reader* r) {
     int32_t res = next_section(r, &section, &rest, &fields);
     if (res != TRV_RES_OK) return res;
     switch (section) {
-      case MpsSection::name: res = read_name(r, rest); break;
-      case MpsSection::objsense: res = read_objsense(r, rest); break;
-      case MpsSection::objname: res = read_objname(r); break;
-      case MpsSection::rows: res = read_rows(r); break;
-      case MpsSection::columns: res = r->obj_row == -1 ? report<TRV_RES_ERR_MPS_NO_OBJECTIVE>(r->task) : read_columns(r); break;
-      case MpsSection::rhs: res = read_rhs(r); break;
-      case MpsSection::ranges: res = read_ranges(r); break;
-      case MpsSection::bounds: res = read_bounds(r); break;
-      case MpsSection::sets: res = each_line(r, section, [](const MpsFields&) -> int32_t { return TRV_RES_OK; }); break;
-      case MpsSection::quadobj: case MpsSection::qsection: case MpsSection::qmatrix: case MpsSection::qcmatrix:
-        res = read_quadratic(r, section, fields.name2); break;
-      case MpsSection::csection: res = read_cone(r, fields); break;
-      case MpsSection::endata: return TRV_RES_OK;
+      case MpsSection::name:
+        res = read_name(r, rest);
+        break;
+      case MpsSection::objsense:
+        res = read_objsense(r, rest);
+        break;
+      case MpsSection::objname:
+        res = read_objname(r);
+        break;
+      case MpsSection::rows:
+        res = read_rows(r);
+        break;
+      case MpsSection::columns:
+        res = r->obj_row == -1 ? report<TRV_RES_ERR_MPS_NO_OBJECTIVE>(r->task) : read_columns(r);
+        break;
+      case MpsSection::rhs:
+        res = read_rhs(r);
+        break;
+      case MpsSection::ranges:
+        res = read_ranges(r);
+        break;
+      case MpsSection::bounds:
+        res = read_bounds(r);
+        break;
+      case MpsSection::sets:
+        res = each_line(r, section, [](const MpsFields&) -> int32_t { return TRV_RES_OK; });
+        break;
+      case MpsSection::quadobj:
+      case MpsSection::qsection:
+      case MpsSection::qmatrix:
+      case MpsSection::qcmatrix:
+        res = read_quadratic(r, section, fields.name2);
+        break;
+      case MpsSection::csection:
+        res = read_cone(r, fields);
+        break;
+      case MpsSection::endata:
+        return TRV_RES_OK;
     }
     if (res != TRV_RES_OK) return res;
   }
