@@ -31,6 +31,8 @@ struct QuadStore {
   int32_t maxnumqnz, qsurplus;  // qsurplus entries at the end are free
   int32_t qobjbegin, qobjend;
   Array<int32_t> qconbegin, qconend;  // [maxnumcon], empty until a constraint gets terms
+  Array<int32_t> objhash;             // finds the objective's terms, empty until somebody searches (tarvodatquad.cpp)
+  int32_t objhashfilled;
 };
 
 // Cones: one member store. varcone[j] is 0 or the cone of variable j plus 1.
