@@ -171,7 +171,7 @@ void opt_chksol(const CheckProblem& problem, const CheckSolution& solution, doub
   measures->primalobj = scale * p.cfix + q + linearobjective(p, s.xc, s.xx);
   measures->maxpeqi = activityviolation(p, s, rowwork);
   measures->maxpbi = worst(boundviolation(rows(p, s), scale), boundviolation(columns(p, s), scale));
-  if (s.y == nullptr) return;
+  if (!s.hasdual) return;
 
   // w = Q0 x - sum of y[i] Qi x
   std::fill_n(colwork, p.numvar, 0.0);
@@ -204,7 +204,7 @@ void opt_chksolconic(const CheckProblem& problem, const CheckSolution& solution,
   measures->maxpeqi = activityviolation(p, s, rowwork);
   measures->maxpbi = worst(boundviolation(rows(p, s), t), boundviolation(columns(p, s), t));
   measures->maxpcni = coneviolation(p, 1.0, s.xx);
-  if (s.y == nullptr) return;
+  if (!s.hasdual) return;
 
   measures->dualobj = t * p.cfix + dualboundsum(rows(p, s)) + dualboundsum(columns(p, s));
   measures->maxdeqi = rowdualviolation(p, s, t);

@@ -28,10 +28,10 @@ struct CheckProblem {
   const int32_t* conemembers;
 };
 
-// A solution as stored. The duals are NULL as a whole (only primal measures are wanted) or none of them is, but for
-// snx, which is NULL where there are no conic duals.
+// A solution as stored. Without duals only the primal measures are taken; snx may be NULL by itself.
 struct CheckSolution {
   int32_t prosta, solsta;
+  bool hasdual;
   const double *xc, *xx, *y, *slc, *suc, *slx, *sux, *snx;
 };
 

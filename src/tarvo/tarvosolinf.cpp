@@ -61,6 +61,7 @@ int32_t measure(Task* task, int32_t whichsol, Measures* measures) {
   const SolutionView view = sol_view(task, whichsol);
   const CheckSolution solution{task->sol[whichsol].prosta,
                                task->sol[whichsol].solsta,
+                               whichsol != TRV_SOL_ITG,
                                view.xc,
                                view.xx,
                                view.y,
