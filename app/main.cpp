@@ -1,0 +1,182 @@
+// tarvo: solves a problem file from the command line.
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "names.h"
+#include "result.h"
+#include "session.h"
+
+namespace {
+
+using namespace app;
+
+struct Options {
+  std::string file, optimizer, write, solution, json, mps_format = "auto", pattern;
+  std::vector<std::string> params;
+  double time_limit = 0;
+  bool no_solve = false, quiet = false, list = false;
+};
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+std::string version() {
+  int32_t v[4] = {};
+  TRV_getversion(&v[0], &v[1], &v[2], &v[3]);
+  char text[64];
+  std::snprintf(text, sizeof text, "tarvo %d.%d.%d.%d", v[0], v[1], v[2], v[3]);
+  return text;
+}
+
+void complain(const std::string& text) { std::cerr << "tarvo: " << text << "\n"; }
+
+// The parameters of a run: what suits a program at a terminal, then the options, then the caller's own.
+void set_params(const Session& session, const Options& options) {
+  TRVtask task = session.task;
+  TRV_putintparam(task, TRV_IPAR_WRITE_PRECISION, 17);  // a written problem is the same problem
+  TRV_putintparam(task, TRV_IPAR_CHECK_CTRL_C, TRV_ON);
+  if (options.quiet) TRV_putintparam(task, TRV_IPAR_LOG, 0);
+  for (const std::string& setting : options.params) set_param(session, setting);
+  if (!options.optimizer.empty()) TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer_value(options.optimizer));
+  if (options.time_limit > 0) TRV_putdouparam(task, TRV_DPAR_OPTIMIZER_MAX_TIME, options.time_limit);
+  if (options.mps_format != "auto") set_param(session, "READ_MPS_FORMAT=" + options.mps_format);
+}
+
+void read_problem(Session& session, const Options& options, Result& result) {
+  const auto start = std::chrono::steady_clock::now();
+  const ReadError error = session.read(options.file, options.mps_format == "auto");
+  result.read_seconds = seconds_since(start);
+  int32_t format = TRV_MPS_FORMAT_RELAXED;
+  TRV_getintparam(session.task, TRV_IPAR_READ_MPS_FORMAT, &format);
+  result.mps_format = layout_name(format);
+  if (error.code == TRV_RES_OK) return;
+  result.code = error.code;
+  result.message = options.file + ": ";
+  if (error.line > 0) result.message += "line " + std::to_string(error.line) + ": ";
+  result.message += error.message;
+  if (!error.text.empty()) result.message += "\n  " + error.text;
+  throw Failure(exit_unreadable, result.message);
+}
+
+void solve(Session& session, const Options& options, Result& result) {
+  result.solved = true;
+  const auto start = std::chrono::steady_clock::now();
+  result.code = TRV_optimize(session.task);
+  result.seconds = seconds_since(start);
+  if (result.code != TRV_RES_OK) result.message = session.message(result.code);
+  result.reported = pick_solution(session);
+  if (!options.quiet) {
+    TRV_solutionsummary(session.task, TRV_STREAM_MSG);
+    session.log(outcome(session, result));
+  }
+  if (result.code != TRV_RES_OK && result.code < TRV_RES_TRM_MAX_ITERATIONS) {
+    complain(options.file + ": " + result.message);
+    int32_t integers = 0;
+    TRV_getnumintvar(session.task, &integers);
+    if (integers > 0) complain("-p MIO_MODE=IGNORED solves the problem without its integer requirements");
+  }
+}
+
+void write_json(const Session& session, const Result& result, const std::string& file) {
+  const std::string text =
+      to_json(session, result).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  if (file == "-") {
+    std::cout << text << std::flush;
+    return;
+  }
+  std::ofstream out(file, std::ios::binary);
+  out << text << std::flush;
+  if (!out) throw Failure(exit_other, "cannot write '" + file + "'");
+}
+
+int run(const Options& options) {
+  if (options.list) {
+    list_params(std::cout, options.pattern);
+    return 0;
+  }
+  Session session;
+  // Standard output belongs to the JSON object or the table alone if one of them goes there.
+  std::FILE* log = options.json == "-" || options.solution == "-" ? stderr : stdout;
+  session.log_to(options.quiet ? nullptr : log);
+  set_params(session, options);
+
+  Result result;
+  result.file = options.file;
+  try {
+    read_problem(session, options, result);
+  } catch (const Failure&) {
+    if (!options.json.empty()) write_json(session, result, options.json);
+    throw;
+  }
+  if (!options.quiet) TRV_readsummary(session.task, TRV_STREAM_MSG);
+  if (!options.write.empty()) {
+    session.check(TRV_writedata(session.task, options.write.c_str()), "cannot write '" + options.write + "'");
+  }
+  if (!options.no_solve) {
+    solve(session, options, result);
+    if (!options.solution.empty()) write_table(session, result, options.solution);
+  }
+  if (!options.json.empty()) write_json(session, result, options.json);
+  return exit_status(result);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App cli{"Solves linear, quadratic and conic optimisation problems.", "tarvo"};
+  cli.footer(
+      "Exit status: 0 optimal, 1 wrong usage, 2 the file can't be read, 3 infeasible, 4 unbounded, 5 a limit or a "
+      "stop,\n"
+      "6 anything else.");
+  cli.set_version_flag("--version", version());
+  cli.add_option("FILE", options.file, "problem file, also compressed (.gz)");
+  cli.add_option("-o,--optimizer", options.optimizer,
+                 "free, intpnt, conic, qcone, primal, dual, free-simplex, mip, nonconvex or concurrent")
+      ->check([](const std::string& name) {
+        return optimizer_value(name) >= 0 ? std::string() : "there is no optimizer '" + name + "'";
+      });
+  cli.add_option("-p,--param", options.params, "NAME=VALUE: set a parameter; prefixes may be left away")
+      ->take_all()
+      ->expected(1);
+  cli.add_option("-t,--time-limit", options.time_limit, "CPU seconds for the optimizer")->check(CLI::PositiveNumber);
+  cli.add_option("-w,--write", options.write, "write the problem to this file");
+  cli.add_flag("--no-solve", options.no_solve, "only read, and write if asked");
+  cli.add_option("-s,--solution", options.solution,
+                 "write a table of the solution to this file (- is standard output)");
+  cli.add_option(
+      "--json", options.json,
+      "write the result as JSON to this file; - is standard output, and the log goes to standard error then");
+  cli.add_option("--mps-format", options.mps_format,
+                 "layout of MPS files: strict, relaxed, free, or auto: as the parameters say, else free")
+      ->check(CLI::IsMember({"auto", "strict", "relaxed", "free"}));
+  CLI::Option* list = cli.add_option("--list-params", options.pattern, "list the parameters whose names match")
+                          ->expected(0, 1)
+                          ->type_name("[PATTERN]");
+  cli.add_flag("-q,--quiet", options.quiet, "no log");
+  try {
+    cli.parse(argc, argv);
+    options.list = list->count() > 0;
+    if (!options.list && options.file.empty()) throw CLI::RequiredError("FILE");
+  } catch (const CLI::Success& done) {
+    return cli.exit(done);
+  } catch (const CLI::ParseError& error) {
+    complain(error.what());
+    std::cerr << "Run with --help for more information.\n";
+    return exit_usage;
+  }
+  try {
+    return run(options);
+  } catch (const Failure& failure) {
+    complain(failure.what());
+    return failure.status;
+  } catch (const std::exception& error) {
+    complain(error.what());
+    return exit_other;
+  }
+}
