@@ -142,9 +142,12 @@ int main(int argc, char** argv) {
         return optimizer_value(name) >= 0 ? std::string() : "there is no optimizer '" + name + "'";
       });
   cli.add_option("-p,--param", options.params, "NAME=VALUE: set a parameter; prefixes may be left away")
-      ->take_all()
-      ->expected(1);
-  cli.add_option("-t,--time-limit", options.time_limit, "CPU seconds for the optimizer")->check(CLI::PositiveNumber);
+      ->allow_extra_args(false);
+  cli.add_option("-t,--time-limit", options.time_limit, "CPU seconds for the optimizer")
+      ->check([](const std::string& text) {
+        double seconds = 0;
+        return CLI::detail::lexical_cast(text, seconds) && seconds > 0 ? std::string() : "expected seconds above 0";
+      });
   cli.add_option("-w,--write", options.write, "write the problem to this file");
   cli.add_flag("--no-solve", options.no_solve, "only read, and write if asked");
   cli.add_option("-s,--solution", options.solution,

@@ -1,6 +1,9 @@
 #include "session.h"
 
 #include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace app {
@@ -129,6 +132,14 @@ ReadError Session::read_once(const std::string& file) {
   error.code = TRV_readdata(task, file.c_str());
   if (error.code == TRV_RES_OK) return error;
   error.message = message(error.code);
+  if (error.code == TRV_RES_ERR_FILE_OPEN) {
+    // The system knows the reason better.
+    errno = 0;
+    std::FILE* again = std::fopen(file.c_str(), "r");
+    error.message = "the file can't be opened";
+    if (errno != 0) error.message += std::string(": ") + std::strerror(errno);
+    if (again != nullptr) std::fclose(again);
+  }
   if (const char* expected = expectation(error.code); expected != nullptr) {
     error.message += std::string(" Expected: ") + expected + ".";
   }
