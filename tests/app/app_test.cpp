@@ -1,0 +1,220 @@
+// The command-line program, run as a user runs it.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+std::string read_file(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class App : public testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/tarvo_app_XXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    dir = name;
+  }
+  void TearDown() override { fs::remove_all(dir); }
+
+  Outcome run(const std::string& arguments) const {
+    const std::string command =
+        "cd '" + dir.string() + "' && '" TARVO_BINARY_DIR "/tarvo' " + arguments + " >out 2>err";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(dir / "out"), read_file(dir / "err")};
+  }
+  // Solves and gives the JSON object.
+  nlohmann::json solve(const std::string& arguments, int status) const {
+    const Outcome r = run("-q -o primal --json - " + arguments);
+    EXPECT_EQ(r.status, status) << r.err;
+    return nlohmann::json::parse(r.out);
+  }
+  std::string write(const std::string& name, const std::string& text) const {
+    std::ofstream(dir / name) << text;
+    return name;
+  }
+  fs::path dir;
+};
+
+const std::string examples = TARVO_SOURCE_DIR "/examples/";
+
+// One variable x >= 0 with 1 <= x, to be varied by replacing texts.
+std::string tiny(const std::string& from = "", const std::string& to = "") {
+  std::string text =
+      "NAME          TINY\nROWS\n N  COST\n G  NEED\nCOLUMNS\n    X         COST                 1   NEED              "
+      "   1\n"
+      "RHS\n    RHS       NEED                 1\nBOUNDS\n UP BOUND     X                    9\nENDATA\n";
+  if (!from.empty()) text.replace(text.find(from), from.size(), to);
+  return text;
+}
+
+struct Example {
+  const char* file;
+  double objective;
+  int rows, columns, nonzeros;
+  const char* layout;
+};
+TEST_F(App, ExamplesGiveTheirOptimaAsJson) {
+  const Example cases[] = {{"diet.mps", 267.63285024154584, 4, 6, 23, "relaxed"},
+                           {"transport.mps", 9410, 8, 15, 30, "free"},
+                           {"planning.mps", 22120.857142857145, 12, 18, 34, "relaxed"}};
+  for (const Example& c : cases) {
+    const nlohmann::json j = solve(examples + c.file, 0);
+    EXPECT_EQ(j["response"]["code"], 0);
+    EXPECT_EQ(j["response"]["name"], "TRV_RES_OK");
+    EXPECT_EQ(j["file"], examples + c.file);
+    EXPECT_EQ(j["optimizer"], "primal");
+    EXPECT_EQ(j["problem_status"], "prim_and_dual_feas");
+    EXPECT_EQ(j["solution_status"], "optimal");
+    EXPECT_EQ(j["solution"], "basic");
+    EXPECT_NEAR(j["primal_objective"], c.objective, 1e-7 * c.objective);
+    EXPECT_NEAR(j["dual_objective"], c.objective, 1e-7 * c.objective);
+    EXPECT_LT(j["max_primal_infeasibility"], 1e-6);
+    EXPECT_LT(j["max_dual_infeasibility"], 1e-6);
+    EXPECT_GT(j["iterations"], 0);
+    EXPECT_GE(j["seconds"], 0);
+    EXPECT_GT(j["read_seconds"], 0);
+    EXPECT_EQ(j["rows"], c.rows);
+    EXPECT_EQ(j["columns"], c.columns);
+    EXPECT_EQ(j["nonzeros"], c.nonzeros);
+    EXPECT_EQ(j["mps_format"], c.layout);
+  }
+}
+
+TEST_F(App, StatusTellsInfeasibleUnboundedAndStopped) {
+  nlohmann::json j = solve(write("infeasible.mps", tiny("X                    9", "X                   .5")), 3);
+  EXPECT_EQ(j["solution_status"], "prim_infeas_cer");
+  std::string text = tiny("COST                 1", "COST                -1");
+  text.replace(text.find("UP BOUND"), 2, "PL");
+  j = solve(write("unbounded.mps", text), 4);
+  EXPECT_EQ(j["solution_status"], "dual_infeas_cer");
+  j = solve(examples + "planning.mps -p SIM_MAX_ITERATIONS=2", 5);
+  EXPECT_EQ(j["response"]["name"], "TRV_RES_TRM_MAX_ITERATIONS");
+}
+
+TEST_F(App, WrongUsageSaysWhatWouldBeRight) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "FILE"},
+      {"-o fast x.mps", "no optimizer 'fast'"},
+      {"-p SIM_SCALNG=NONE x.mps", "did you mean 'SIM_SCALING'"},
+      {"-p SIM_SCALING=fast x.mps", "one of FREE, NONE, MODERATE, AGGRESSIVE"},
+      {"-p SIM_SCALING x.mps", "NAME=VALUE"},
+      {"-p DATA_TOL_AIJ=1 x.mps", "1e-16 to 1e-6"},
+      {"-t 0 x.mps", "above 0"},
+      {"--mps-format fixed x.mps", "fixed"},
+      {"x.mps y.mps", "y.mps"},
+      {"--no-such-option x.mps", "--no-such-option"},
+  };
+  for (const auto& [arguments, expected] : cases) {
+    const Outcome r = run(arguments);
+    EXPECT_EQ(r.status, 1) << arguments;
+    EXPECT_NE(r.err.find(expected), std::string::npos) << arguments << ": " << r.err;
+  }
+}
+
+TEST_F(App, ParametersAreFoundWithAnyPrefixAndCase) {
+  const std::string file = write("tiny.mps", tiny());
+  for (const char* setting :
+       {"SIM_SCALING=NONE", "ipar_sim_scaling=none", "TRV_IPAR_SIM_SCALING=TRV_SCALING_NONE",
+        "SIM_SCALING=SCALING_NONE", "SIM_SCALING=1", "DATA_CHECK=off", "STAT_KEY=a=b", "TRV_DPAR_CALLBACK_FREQ=-1"}) {
+    EXPECT_EQ(run("-q --no-solve " + file + " -p " + setting).status, 0) << setting;
+  }
+  Outcome r = run("--list-params SIM_SCAL");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "TRV_IPAR_SIM_SCALING  int  FREE, NONE, MODERATE, AGGRESSIVE  [FREE]\n"
+            "    Scaling of the problem before the simplex optimizers\n");
+  // All 272 assigned parameters, two lines each.
+  r = run("--list-params");
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2 * (186 + 61 + 25));
+}
+
+struct BadFile {
+  const char *from, *to;  // what is changed in the tiny problem
+  int line;
+  const char *message, *text;
+};
+TEST_F(App, BadFilesAreToldByLine) {
+  const BadFile cases[] = {
+      {" G  NEED", " K  NEED", 4, "Expected: N, L, G or E", "K  NEED"},
+      {" UP BOUND", " XX BOUND", 10, "Expected: LO, UP, FX", "XX BOUND"},
+      {"RHS       NEED", "RHS       NEAD", 8, "'NEAD' is an undefined constraint name", "NEAD"},
+      {"COLUMNS\n", "COLUMS\n", 5, "Expected: NAME, ROWS, COLUMNS", "COLUMS"},
+      {"                 1   NEED", "               one   NEED", 6, "field", "one"},
+  };
+  for (const BadFile& c : cases) {
+    const Outcome r = run(write("bad.mps", tiny(c.from, c.to)));
+    EXPECT_EQ(r.status, 2) << c.to;
+    EXPECT_EQ(r.err.find("tarvo: bad.mps: line " + std::to_string(c.line) + ": "), 0U) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(c.text), std::string::npos) << r.err;
+  }
+  EXPECT_EQ(run(write("cut.mps", tiny().substr(0, 120))).status, 2);
+  EXPECT_EQ(run(write("empty.mps", "")).status, 2);
+  const Outcome r = run("--json - missing.mps");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("missing.mps: the file can't be opened: No such file"), std::string::npos) << r.err;
+  EXPECT_EQ(nlohmann::json::parse(r.out)["response"]["name"], "TRV_RES_ERR_FILE_OPEN");
+}
+
+TEST_F(App, BothLayoutsAreFoundOrDemanded) {
+  const Outcome r = run(examples + "transport.mps");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("it was read in the free layout"), std::string::npos);
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(run("-q --mps-format relaxed " + examples + "transport.mps").status, 2);
+  EXPECT_EQ(run("-q --mps-format free " + examples + "transport.mps").status, 0);
+  EXPECT_EQ(run("-q --mps-format strict " + examples + "diet.mps").status, 0);
+  // A file that no layout fits: the message is that of the layout that came further.
+  std::string text = read_file(examples + "transport.mps");
+  text.replace(text.find("demand_Dresden 1"), 14, "demand_Nowhere");
+  const Outcome bad = run("-q " + write("bad.mps", text));
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_NE(bad.err.find("'demand_Nowhere' is an undefined constraint name"), std::string::npos) << bad.err;
+}
+
+TEST_F(App, ConvertsAndWritesTheSolution) {
+  EXPECT_EQ(run("-q --no-solve -w copy.mps.gz " + examples + "planning.mps").status, 0);
+  EXPECT_NEAR(solve("copy.mps.gz", 0)["primal_objective"], 22120.857142857145, 1e-6);
+  const Outcome r = run("-s table.txt --json result.json " + examples + "diet.mps");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("Optimal: objective 267.63"), std::string::npos);  // the log goes to standard output
+  EXPECT_EQ(nlohmann::json::parse(read_file(dir / "result.json"))["columns"], 6);
+  std::istringstream table(read_file(dir / "table.txt"));
+  std::string line;
+  int milk = 0;
+  while (std::getline(table, line)) {
+    std::istringstream fields(line);
+    std::string index, name, key;
+    double value = 0;
+    if (fields >> index >> name >> key >> value && name == "MILK") {
+      ++milk;
+      EXPECT_EQ(key, "BS");
+      EXPECT_NEAR(value, 1.8743961352657, 1e-9);
+    }
+  }
+  EXPECT_EQ(milk, 1);
+  EXPECT_EQ(run("-q --json nowhere/x.json " + examples + "diet.mps").status, 6);
+  EXPECT_EQ(run("-q -s nowhere/x.txt " + examples + "diet.mps").status, 6);
+  EXPECT_EQ(run("-q -w nowhere/x.mps " + examples + "diet.mps").status, 6);
+}
+
+}  // namespace
