@@ -27,9 +27,9 @@ uint32_t load(const unsigned char* p) {
 // One 64-byte block into the state.
 void absorb(uint32_t state[4], const unsigned char* data) {
   uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
-  for (int i = 0; i < 64; ++i) {
+  for (std::size_t i = 0; i < 64; ++i) {
     uint32_t f = 0;
-    int word = 0;
+    std::size_t word = 0;
     switch (i / 16) {
       case 0:
         f = (b & c) | (~b & d);

@@ -32,11 +32,15 @@ struct Block {
   Block* chain;            // the next one of the same hash bucket
 };
 
+struct Bucket {
+  Block* first;
+};
+
 struct DebugRecord {
   uint32_t next_block_number;
   int64_t num_blocks;
   Block* first_block;
-  Block** bucket;  // [1 << bits], blocks by the address of their raw memory
+  Bucket* bucket;  // [1 << bits], blocks by the address of their raw memory
   int bits;
 };
 
@@ -121,13 +125,13 @@ void grow_buckets(memman* mm) {
   DebugRecord grown = r;
   grown.bits = r.bits == 0 ? 10 : r.bits + 1;
   const std::size_t count = std::size_t{1} << grown.bits;
-  grown.bucket = static_cast<Block**>(mm->alloc_func(mm->alloc_handle, count * sizeof(Block*)));
+  grown.bucket = static_cast<Bucket*>(mm->alloc_func(mm->alloc_handle, count * sizeof(Bucket)));
   if (grown.bucket == nullptr) return;
-  std::memset(static_cast<void*>(grown.bucket), 0, count * sizeof(Block*));
+  std::memset(grown.bucket, 0, count * sizeof(Bucket));
   for (Block* b = r.first_block; b != nullptr; b = b->next) {
-    const std::size_t k = bucket_of(grown, b->raw);
-    b->chain = grown.bucket[k];
-    grown.bucket[k] = b;
+    Bucket& bucket = grown.bucket[bucket_of(grown, b->raw)];
+    b->chain = bucket.first;
+    bucket.first = b;
   }
   if (r.bucket != nullptr) mm->free_func(mm->alloc_handle, r.bucket);
   r = grown;
@@ -135,7 +139,7 @@ void grow_buckets(memman* mm) {
 
 Block** find_link(memman* mm, const void* pointer) {
   const unsigned char* raw = static_cast<const unsigned char*>(pointer) - guard_size;
-  Block** link = &mm->record.bucket[bucket_of(mm->record, raw)];
+  Block** link = &mm->record.bucket[bucket_of(mm->record, raw)].first;
   while (*link != nullptr && (*link)->raw != raw) link = &(*link)->chain;
   return link;
 }
@@ -143,9 +147,9 @@ Block** find_link(memman* mm, const void* pointer) {
 void link_block(memman* mm, Block* b) {
   DebugRecord& r = mm->record;
   if (r.num_blocks >> r.bits != 0) grow_buckets(mm);
-  Block** bucket = &r.bucket[bucket_of(r, b->raw)];
-  b->chain = *bucket;
-  *bucket = b;
+  Bucket& bucket = r.bucket[bucket_of(r, b->raw)];
+  b->chain = bucket.first;
+  bucket.first = b;
   b->previous = nullptr;
   b->next = r.first_block;
   if (b->next != nullptr) b->next->previous = b;
