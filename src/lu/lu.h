@@ -32,22 +32,22 @@ using WorkCount = int64_t;  // non-zeros touched
 
 enum LuResult : int32_t {
   LU_OK = 0,
-  LU_BAD_NROW = 1,     // number of rows out of range
-  LU_BAD_NCOL = 2,     // number of columns out of range
-  LU_SPACE = 9,        // out of memory
-  LU_IWORK = 10,       // integer work too short
-  LU_RWORK = 11,       // real work too short
-  LU_FILESPACE = 12,   // work files too small: lu_getneededwsze, lu_putwsze, load and factorise again
-  LU_UNSTABLE = 13,    // update refused, the factor is as before
-  LU_NOROOM = 14,      // update not done: refactorise (lu_isfactored tells whether the old factor still stands)
-  LU_NOFACTOR = 15,    // there is no factor to ask
-  LU_INDEX = 16,       // index out of range
-  LU_OVERFLOW = 17,    // lu_ftranchecked: a component is too large
-  LU_CALLBACK = 18,    // stopped by the call-back
-  LU_MAXWORK = 19,     // bound on the work exceeded
-  LU_GARCOL = 20,      // too many compactions: as LU_FILESPACE
-  LU_NORANK = 21,      // the rank is below nrow
-  LU_REFACTOR = 22,    // update done and valid; a refactorisation now pays
+  LU_BAD_NROW = 1,    // number of rows out of range
+  LU_BAD_NCOL = 2,    // number of columns out of range
+  LU_SPACE = 9,       // out of memory
+  LU_IWORK = 10,      // integer work too short
+  LU_RWORK = 11,      // real work too short
+  LU_FILESPACE = 12,  // work files too small: lu_getneededwsze, lu_putwsze, load and factorise again
+  LU_UNSTABLE = 13,   // update refused, the factor is as before
+  LU_NOROOM = 14,     // update not done: refactorise (lu_isfactored tells whether the old factor still stands)
+  LU_NOFACTOR = 15,   // there is no factor to ask
+  LU_INDEX = 16,      // index out of range
+  LU_OVERFLOW = 17,   // lu_ftranchecked: a component is too large
+  LU_CALLBACK = 18,   // stopped by the call-back
+  LU_MAXWORK = 19,    // bound on the work exceeded
+  LU_GARCOL = 20,     // too many compactions: as LU_FILESPACE
+  LU_NORANK = 21,     // the rank is below nrow
+  LU_REFACTOR = 22,   // update done and valid; a refactorisation now pays
 };
 
 enum LuPivmode : int32_t {
@@ -58,7 +58,8 @@ enum LuPivmode : int32_t {
 enum LuTol : int32_t { LU_TOL_DROP = 0, LU_TOL_ABSPIV = 1, LU_TOL_RELPIV = 2 };
 enum LuTrh : int32_t { LU_TRH_MAXUPD = 1 };
 
-// Called on entry to lu_factor (code 0), now and then (2) and at its end (3), with the pivot steps done. Non-zero stops.
+// Called on entry to lu_factor (code 0), now and then (2) and at its end (3), with the pivot steps done. Non-zero
+// stops.
 using LuCallback = int32_t (*)(void* handle, int32_t code, int32_t steps, int32_t zero);
 using LuPrint = void (*)(void* handle, const char* text);
 
@@ -106,10 +107,10 @@ double lu_getusedtol(const lu* factor, LuTol kind);
 // to solve with, but lu_getrank and lu_getpivot are right.
 void lu_putdropl(lu* factor, bool accept);
 void lu_putdropu(lu* factor, bool accept);
-void lu_putcallback(lu* factor, void* handle, LuCallback func);     // NULL: none
-void lu_putprint(lu* factor, void* handle, LuPrint func);           // where lu_factor's progress goes; NULL: nowhere
-void lu_putmaxwork(lu* factor, bool limited, WorkCount maxwork);    // bound on the work of one factorisation
-void lu_puttiming(lu* factor, bool on);                             // measure the time of each operation
+void lu_putcallback(lu* factor, void* handle, LuCallback func);   // NULL: none
+void lu_putprint(lu* factor, void* handle, LuPrint func);         // where lu_factor's progress goes; NULL: nowhere
+void lu_putmaxwork(lu* factor, bool limited, WorkCount maxwork);  // bound on the work of one factorisation
+void lu_puttiming(lu* factor, bool on);                           // measure the time of each operation
 
 // --- Loading --------------------------------------------------------------------------------------------------------
 
@@ -134,7 +135,8 @@ void lu_worksizes(int32_t nrow, int32_t ncol, int64_t* iworklen, int64_t* rworkl
 int32_t lu_factor(lu* factor, int64_t iworklen, int32_t* iwork, int64_t rworklen, double* rwork);
 // Completes a factor of rank below nrow with pivots `pivotvalue`: column j that found no pivot becomes the unit column
 // of row outlist[j] times pivotvalue; outlist[j] = ncol for the columns that stay. outlen >= ncol, else LU_IWORK.
-// LU_FILESPACE when the finalisation finds no room, LU_NOFACTOR when L or U was dropped or there is nothing to complete.
+// LU_FILESPACE when the finalisation finds no room, LU_NOFACTOR when L or U was dropped or there is nothing to
+// complete.
 int32_t lu_insart(lu* factor, double pivotvalue, int32_t* outlist, int64_t outlen);
 
 bool lu_isfactored(const lu* factor);  // may solve and update
@@ -159,21 +161,21 @@ int32_t lu_ftranchecked(lu* factor, double limit, double* y, double* x);
 // B' y = c. c [ncol] by column comes back zero, y [nrow] by row is overwritten. Dense.
 void lu_btran(lu* factor, double* c, double* y);
 
-// First half of a sparse FTRAN: v := R_k ... R_1 L^-1 v, the spike. v, sub, *n, marks are a sparse vector by row on entry
-// and on exit; sub has room for nrow. Exact zeros may leave the pattern. A caller that takes entries out of the list
-// afterwards zeroes their v and their mark.
+// First half of a sparse FTRAN: v := R_k ... R_1 L^-1 v, the spike. v, sub, *n, marks are a sparse vector by row on
+// entry and on exit; sub has room for nrow. Exact zeros may leave the pattern. A caller that takes entries out of the
+// list afterwards zeroes their v and their mark.
 void lu_ftranl(lu* factor, int32_t* n, double* v, int32_t* sub, int32_t* marks);
 // Second half: x := U^-1 v. Consumes v, sub, n, marks: v zero and marks clear on exit. (A caller that will update the
 // factor copies the spike first.) x [ncol] by column is zero on entry; on exit x, outsub (room for ncol), *outn are the
 // result, without marks. Values |v| <= tolz and results |x| <= tolx are dropped on the way. sub and outsub may be the
 // same array.
-void lu_ftranus2(double tolz, double tolx, lu* factor, int32_t n, double* v, const int32_t* sub, int32_t* outn, double* x,
-                 int32_t* outsub, int32_t* marks);
+void lu_ftranus2(double tolz, double tolx, lu* factor, int32_t n, double* v, const int32_t* sub, int32_t* outn,
+                 double* x, int32_t* outsub, int32_t* marks);
 // Sparse BTRAN: B' y = c. c, sub, n by column, consumed: c zero on exit. y [nrow] by row zero on entry; on exit y,
 // outsub (room for nrow), *outn are the result. marks [nrow] clear on entry and on exit. Tolerances as above, in the U
 // stage. sub and outsub may be the same array.
-void lu_btransparse(double tolz, double tolx, lu* factor, int32_t n, double* c, const int32_t* sub, int32_t* outn, double* y,
-                    int32_t* outsub, int32_t* marks);
+void lu_btransparse(double tolz, double tolx, lu* factor, int32_t n, double* c, const int32_t* sub, int32_t* outn,
+                    double* y, int32_t* outsub, int32_t* marks);
 
 // --- Update ---------------------------------------------------------------------------------------------------------
 
@@ -197,15 +199,33 @@ void lu_getupdpivots(const lu* factor, double* oldpivot, double* newpivot);
 // --- Statistics -----------------------------------------------------------------------------------------------------
 
 enum LuOp : int32_t {
-  LU_OP_SETUP, LU_OP_PIVOT, LU_OP_SEARCH, LU_OP_FINALIZE, LU_OP_UPDATE, LU_OP_DENSE_L_FW, LU_OP_SPARSE_L_FW,
-  LU_OP_DENSE_L_BW, LU_OP_SPARSE_L_BW, LU_OP_DENSE_U_FW, LU_OP_SPARSE_U_FW, LU_OP_DENSE_U_BW, LU_OP_SPARSE_U_BW,
-  LU_OP_TRANSPOSE, LU_OP_COLTRIAN, LU_OP_ROWTRIAN, LU_OP_FINALU, LU_OP_FINALL, LU_OP_BUILDCOL, LU_NUM_OPS
+  LU_OP_SETUP,
+  LU_OP_PIVOT,
+  LU_OP_SEARCH,
+  LU_OP_FINALIZE,
+  LU_OP_UPDATE,
+  LU_OP_DENSE_L_FW,
+  LU_OP_SPARSE_L_FW,
+  LU_OP_DENSE_L_BW,
+  LU_OP_SPARSE_L_BW,
+  LU_OP_DENSE_U_FW,
+  LU_OP_SPARSE_U_FW,
+  LU_OP_DENSE_U_BW,
+  LU_OP_SPARSE_U_BW,
+  LU_OP_TRANSPOSE,
+  LU_OP_COLTRIAN,
+  LU_OP_ROWTRIAN,
+  LU_OP_FINALU,
+  LU_OP_FINALL,
+  LU_OP_BUILDCOL,
+  LU_NUM_OPS
 };
 // Work of one operation since lu_reset (last) or since lu_make.
 WorkCount lu_getwork(const lu* factor, LuOp op, bool last);
 // Prints the table of statistics, in pieces.
 void lu_printstats(const lu* factor, void* handle, LuPrint print);
-// Checks every invariant of the storage and of the permutations; NULL or the text of the first fault. Costs nnz; for tests.
-const char* lu_chku(const lu* factor);
+// Checks every invariant of the storage and of the permutations; NULL or a description of the first fault, maybe in
+// `text`. Costs nnz; for tests.
+const char* lu_chku(const lu* factor, char (&text)[128]);
 
 }  // namespace tarvo

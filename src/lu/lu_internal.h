@@ -1,7 +1,7 @@
 // The record of the LU factors and the routines between its source files.
 //
-// Two files of wsze elements hold everything. The row file holds U by rows from slot 0 to uendr, the column file the same
-// elements by columns from slot 0 to uendc. Slots lbeg..wsze-1 of both are the L area, which grows downwards. An
+// Two files of wsze elements hold everything. The row file holds U by rows from slot 0 to uendr, the column file the
+// same elements by columns from slot 0 to uendc. Slots lbeg..wsze-1 of both are the L area, which grows downwards. An
 // element in slot a of the row file and in slot b of the column file has rfile[a].pos == b and cfile[b].pos == a: that
 // is the bond that every move keeps.
 //
@@ -56,32 +56,32 @@ struct lu {
 
   int32_t mnrow = 0, mncol = 0, nrow = 0, ncol = 0;
   int32_t state = LU_STATE_NONE;
-  int32_t stpf = 0, stpb = 0;      // forward and backward pivot steps done
-  int32_t wsze = 0;                // slots of each file
-  int32_t lbeg = 0, lend = 0;      // first slot of the L area; the same when the factor was finalised
-  int32_t uendr = 0, uendc = 0;    // first free slot of the files
-  int64_t unz = 0, lnz = 0;        // non-zeros of U (without pivots) and of L
-  Array<LuElm> rfile, cfile;       // [wsze]
-  bool sorted = true;              // loading: the elements have come column by column
+  int32_t stpf = 0, stpb = 0;    // forward and backward pivot steps done
+  int32_t wsze = 0;              // slots of each file
+  int32_t lbeg = 0, lend = 0;    // first slot of the L area; the same when the factor was finalised
+  int32_t uendr = 0, uendc = 0;  // first free slot of the files
+  int64_t unz = 0, lnz = 0;      // non-zeros of U (without pivots) and of L
+  Array<LuElm> rfile, cfile;     // [wsze]
+  bool sorted = true;            // loading: the elements have come column by column
 
   // L. By pivot row and by row; the lists hold the non-empty lines in pivot order.
-  Array<LuLine> lcol, lrow;            // [mnrow]
-  Array<int32_t> lcollist, lrowlist;   // [mnrow]
+  Array<LuLine> lcol, lrow;           // [mnrow]
+  Array<int32_t> lcollist, lrowlist;  // [mnrow]
   int32_t nlcol = 0, nlrow = 0;
   // Row etas: eta k is slots etabeg[k+1]..etabeg[k]-1 of the row file, and changes row etarow[k].
   int32_t mlu = 0;
   int32_t lupds = 0;
-  Array<int32_t> etabeg, etarow;       // [mlu + 1], [mlu]
+  Array<int32_t> etabeg, etarow;  // [mlu + 1], [mlu]
 
   // U. Capacities are powers of two, or the longest that a line can get.
-  Array<double> piv;                   // [mnrow]
-  Array<LuLine> urow, ucol;            // [mnrow], [mncol]
-  Array<int32_t> ucapr, ucapc;         // [mnrow], [mncol]
+  Array<double> piv;                                               // [mnrow]
+  Array<LuLine> urow, ucol;                                        // [mnrow], [mncol]
+  Array<int32_t> ucapr, ucapc;                                     // [mnrow], [mncol]
   int32_t freer[lu_num_classes] = {}, freec[lu_num_classes] = {};  // free blocks by size class, linked through pos
-  Array<int32_t> q, invq;              // [mnrow] pivot column or ncol, [mncol] pivot row or nrow
-  Array<int32_t> perm, perminv;        // [mnrow] position to row and back, during factorisation
+  Array<int32_t> q, invq;        // [mnrow] pivot column or ncol, [mncol] pivot row or nrow
+  Array<int32_t> perm, perminv;  // [mnrow] position to row and back, during factorisation
   // Pivot order after finalisation: rows order[0..norder-1], -1 where an update has moved a row to the end.
-  Array<int32_t> order, orderpos;      // [mnrow + mlu], [mnrow]
+  Array<int32_t> order, orderpos;  // [mnrow + mlu], [mnrow]
   int32_t norder = 0;
 
   int32_t maxgarcol = 4;
@@ -94,18 +94,18 @@ struct lu {
   bool needmem = false, refac = false, timing = false;
   LuPivmode pivmode = LU_PIVMODE_COLUMN, usedpivmode = LU_PIVMODE_COLUMN;
   double usedrelpiv = 0.1, usedabspiv = 1e-8;
-  double oldpiv = 0.0, newpiv = 0.0;   // pivots of the last update
+  double oldpiv = 0.0, newpiv = 0.0;  // pivots of the last update
   int32_t rank = 0;
-  int64_t lnzest = 0, unzest = 0;      // produced so far, also when dropped
+  int64_t lnzest = 0, unzest = 0;  // produced so far, also when dropped
   int32_t numgarcol = 0, numbldcol = 0, numrowres = 0, numcolres = 0;
   int32_t bestupd = 0;
   WorkCount bestwork = 0;
   LuStat last = {}, total = {};
 
   // Scratch of the solves and the update: `seen` and `rwrk` are all zero between calls.
-  Array<unsigned char> seen;           // [mnrow]
-  Array<int32_t> stack, list, start;   // [2 mnrow], [mnrow], [mnrow]
-  Array<double> rwrk;                  // [mnrow]
+  Array<unsigned char> seen;          // [mnrow]
+  Array<int32_t> stack, list, start;  // [2 mnrow], [mnrow], [mnrow]
+  Array<double> rwrk;                 // [mnrow]
 };
 
 // Adds a finished operation, and its time when that is wanted, to the statistics.
@@ -176,12 +176,12 @@ int32_t lu_setup(lu* f, int32_t* iwork);  // the singletons; iwork [2 nrow + 2 n
 
 // What search and elimination share.
 struct LuNucleus {
-  prque rowq, colq;       // active rows and unpivoted columns by count
-  double* rowmax;         // [nrow] largest magnitude of an active row, -1 unknown; NULL in column mode
-  double* colmax;         // [ncol]
-  double* w;              // [ncol] the pivot row
-  int32_t* mark;          // [ncol] zero outside of lu_dopivot
-  int32_t* list;          // [ncol]
+  prque rowq, colq;  // active rows and unpivoted columns by count
+  double* rowmax;    // [nrow] largest magnitude of an active row, -1 unknown; NULL in column mode
+  double* colmax;    // [ncol]
+  double* w;         // [ncol] the pivot row
+  int32_t* mark;     // [ncol] zero outside of lu_dopivot
+  int32_t* list;     // [ncol]
 };
 struct LuPivot {
   int32_t row, col;  // row == nrow: none
@@ -206,9 +206,9 @@ inline void lu_recordpivot(lu* f, int32_t i, int32_t j, double value, bool forwa
 
 // Solves (lusolve.cpp).
 
-// Depth-first search over `lines` from start[0..n-1] (distinct). Finished nodes go to f->list in the order of finishing;
-// the result is their number and f->seen is set on them. -1, with f->seen clear, when the lines touched have reached
-// the budget. *touched: elements of the lines touched.
+// Depth-first search over `lines` from start[0..n-1] (distinct). Finished nodes go to f->list in the order of
+// finishing; the result is their number and f->seen is set on them. -1, with f->seen clear, when the lines touched have
+// reached the budget. *touched: elements of the lines touched.
 int32_t lu_search(lu* f, const LuLine* lines, const LuElm* file, int32_t n, const int32_t* start, WorkCount* touched);
 
 }  // namespace tarvo

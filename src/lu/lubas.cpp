@@ -55,12 +55,11 @@ int32_t lu_normsscaled(const lu* f, double* pmin, double* pmax, double* lmax, do
   return LU_OK;
 }
 
-const char* lu_chku(const lu* f) {
+const char* lu_chku(const lu* f, char (&text)[128]) {
   if (f->state != LU_STATE_FACTOR && f->state != LU_STATE_DONE) return nullptr;
-  static thread_local char text[128];
   const bool done = f->state == LU_STATE_DONE;
   if (f->lupds > f->mlu) return "lu->lupds>lu->mlu";
-  const auto say = [](const char* format, auto... args) -> const char* {
+  const auto say = [&text](const char* format, auto... args) -> const char* {
     std::snprintf(text, sizeof text, format, args...);
     return text;
   };
@@ -75,8 +74,11 @@ const char* lu_chku(const lu* f) {
     if (f->q[i] < f->ncol && f->invq[f->q[i]] != i) {
       return say("invq error. i: %d q: %d invq[q]: %d", i, f->q[i], f->invq[f->q[i]]);
     }
-    if (done ? f->order[f->orderpos[i]] != i : f->perm[f->perminv[i]] != i) return say("itemp: %d nrow: %d", i, f->nrow);
+    if (done ? f->order[f->orderpos[i]] != i : f->perm[f->perminv[i]] != i)
+      return say("itemp: %d nrow: %d", i, f->nrow);
   }
+  // Without elimination the column file has not been built.
+  if (!done && f->stpf + f->stpb == f->nrow) return nullptr;
   const int32_t numcol = done ? f->nrow : f->ncol;
   for (int32_t j = 0; j < numcol; ++j) {
     if (!legal(f->ucapc[j], f->ucol[j].cnt, f->nrow)) return "uszec";
@@ -95,7 +97,7 @@ const char* lu_chku(const lu* f) {
       const bool bound = other.pos == a && other.sub == i && e.pos >= col.beg && e.pos < col.beg + col.cnt;
       // Written so that a NaN is equal to itself.
       if (!bound || (done && (other.val < e.val || other.val > e.val))) {
-        return say("%s(%d) Error in posr or posc.", __FILE__, __LINE__);
+        return say("%s(%d) Error in posr or posc.", "lubas", __LINE__);
       }
       if (done && f->orderpos[e.sub] <= f->orderpos[i]) return "U is not triangular";
     }

@@ -22,8 +22,7 @@ bool alloc_arrays(lu* f) {
          f->invq.alloc(env, n, Fill::zero) && f->perm.alloc(env, m, Fill::zero) &&
          f->perminv.alloc(env, m, Fill::zero) && f->order.alloc(env, m + etas) && f->orderpos.alloc(env, m) &&
          f->seen.alloc(env, m, Fill::zero) && f->stack.alloc(env, 2 * m) && f->list.alloc(env, m) &&
-         f->start.alloc(env, m) &&
-         f->rwrk.alloc(env, m, Fill::zero);
+         f->start.alloc(env, m) && f->rwrk.alloc(env, m, Fill::zero);
 }
 
 template <class T>
@@ -194,9 +193,15 @@ int32_t lu_getncol(const lu* f) { return f->ncol; }
 void lu_puttol(lu* f, LuTol kind, double value) {
   if (value != value) return;
   switch (kind) {
-    case LU_TOL_DROP: f->droptol = value; break;
-    case LU_TOL_ABSPIV: f->abspiv = value; break;
-    case LU_TOL_RELPIV: f->relpiv = std::clamp(value, 0.0001, 0.9999); break;
+    case LU_TOL_DROP:
+      f->droptol = value;
+      break;
+    case LU_TOL_ABSPIV:
+      f->abspiv = value;
+      break;
+    case LU_TOL_RELPIV:
+      f->relpiv = std::clamp(value, 0.0001, 0.9999);
+      break;
   }
 }
 
@@ -320,16 +325,17 @@ void lu_getupdpivots(const lu* f, double* oldpivot, double* newpivot) {
 WorkCount lu_getwork(const lu* f, LuOp op, bool last) { return last ? f->last.work[op] : f->total.work[op]; }
 
 void lu_printstats(const lu* f, void* handle, LuPrint print) {
-  static const char* const names[LU_NUM_OPS] = {
-      "Factor setup", "Factor pivot", "Factor search", "Factor finalize", "Update",      "Dense L fw",   "Sparse l fw",
-      "Dense l bw",   "Sparse l bw",  "Dense U fw",    "Sparse U fw",     "Dense U bw",  "Sparse U bw",  "Transpose",
-      "Col trian.",   "Row trian.",   "Setup final U", "Setup final L",   "Building columns"};
+  static const char* const names[LU_NUM_OPS] = {"Factor setup",  "Factor pivot",  "Factor search",   "Factor finalize",
+                                                "Update",        "Dense L fw",    "Sparse l fw",     "Dense l bw",
+                                                "Sparse l bw",   "Dense U fw",    "Sparse U fw",     "Dense U bw",
+                                                "Sparse U bw",   "Transpose",     "Col trian.",      "Row trian.",
+                                                "Setup final U", "Setup final L", "Building columns"};
   char text[256];
   print(handle, "\nLU work statistics\n\n");
   std::snprintf(text, sizeof text, "%-20s  %-22s  %-22s\n", "", "Last", "Total");
   print(handle, text);
-  std::snprintf(text, sizeof text, "%-20s  %-8s  %-12s  %-12s  %-8s  %-12s  %-12s  %12s\n", "Task", "count", "work", "time",
-                "count", "work", "time", "work(M)/time");
+  std::snprintf(text, sizeof text, "%-20s  %-8s  %-12s  %-12s  %-8s  %-12s  %-12s  %12s\n", "Task", "count", "work",
+                "time", "count", "work", "time", "work(M)/time");
   print(handle, text);
   for (int op = 0; op < LU_NUM_OPS; ++op) {
     const auto saturated = [](int64_t n) { return static_cast<int>(std::min<int64_t>(n, INT32_MAX)); };

@@ -23,11 +23,12 @@ int32_t watch(lu* f, WorkCount* nextreport) {
   if (f->hasmaxwork && work > f->maxwork) return LU_MAXWORK;
   if (f->cbfunc == nullptr || work <= *nextreport) return LU_OK;
   *nextreport = work + report_interval;
-  print(f,
-        "left: %-8d  work: %-12lld  maxwork: %-12lld  Num. gar. cols.: %-6d  Num. bld. cols.: %-6d  Num. row res.: %-6d  "
-        "Num. col incs.: %-6d\n",
-        f->nrow - f->stpf - f->stpb, static_cast<long long>(work), static_cast<long long>(f->hasmaxwork ? f->maxwork : 0),
-        f->numgarcol, f->numbldcol, f->numrowres, f->numcolres);
+  print(
+      f,
+      "left: %-8d  work: %-12lld  maxwork: %-12lld  Num. gar. cols.: %-6d  Num. bld. cols.: %-6d  Num. row res.: %-6d  "
+      "Num. col incs.: %-6d\n",
+      f->nrow - f->stpf - f->stpb, static_cast<long long>(work), static_cast<long long>(f->hasmaxwork ? f->maxwork : 0),
+      f->numgarcol, f->numbldcol, f->numrowres, f->numcolres);
   return f->cbfunc(f->cbhandle, 2, f->stpf + f->stpb, 0) != 0 ? LU_CALLBACK : LU_OK;
 }
 

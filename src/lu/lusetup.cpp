@@ -1,5 +1,5 @@
-// The singleton phase: finds the triangular part of the loaded matrix, which for most bases is nearly all of it, in time
-// proportional to the elements and without floating-point elimination.
+// The singleton phase: finds the triangular part of the loaded matrix, which for most bases is nearly all of it, in
+// time proportional to the elements and without floating-point elimination.
 #include <algorithm>
 
 #include "lu/lu_internal.h"
@@ -65,8 +65,8 @@ double largest(const LuElm* file, const LuLine& line) {
   return m;
 }
 
-// Permutation during the singleton phase: perm holds the pivot rows in order from both ends, perminv of an active row is
-// nrow. The active rows are put in between at the end.
+// Permutation during the singleton phase: perm holds the pivot rows in order from both ends, perminv of an active row
+// is nrow. The active rows are put in between at the end.
 void record(lu* f, int32_t i, int32_t j, double value, bool forward) {
   const int32_t to = forward ? f->stpf++ : f->nrow - ++f->stpb;
   f->perm[to] = i;
@@ -168,7 +168,7 @@ int64_t row_singletons(lu* f, int32_t* count, int32_t* stack) {
 
 int32_t lu_setup(lu* f, int32_t* iwork) {
   LuTimer timer(f, LU_OP_SETUP);
-  int32_t* count = iwork;            // [ncol], nrow <= ncol or the queue of rows below
+  int32_t* count = iwork;  // [ncol], nrow <= ncol or the queue of rows below
   int32_t* stack = iwork + std::max(f->nrow, f->ncol);
   f->state = LU_STATE_FACTOR;
   sort_columns(f, count);
@@ -204,8 +204,9 @@ int32_t lu_setup(lu* f, int32_t* iwork) {
     }
   }
 
-  // The rows go to the other file in permutation order, each with its rounded capacity, without their pivots and without
-  // what belongs to L (an element in a column of a row singleton that came before); then the files change places.
+  // The rows go to the other file in permutation order, each with its rounded capacity, without their pivots and
+  // without what belongs to L (an element in a column of a row singleton that came before); then the files change
+  // places.
   int32_t end = 0;
   for (int32_t p = 0; p < f->nrow; ++p) {
     const int32_t i = f->perm[p];

@@ -1,8 +1,8 @@
 // FTRAN and BTRAN.
 //
-// Every triangular stage of a sparse solve searches the pattern of its result depth first and then works in reverse order
-// of finishing; a search that has touched lines of nrow/4 elements in all gives up, and the stage runs along the whole
-// pivot order instead.
+// Every triangular stage of a sparse solve searches the pattern of its result depth first and then works in reverse
+// order of finishing; a search that has touched lines of nrow/4 elements in all gives up, and the stage runs along the
+// whole pivot order instead.
 #include <algorithm>
 
 #include "lu/lu_internal.h"
@@ -80,8 +80,9 @@ void need_factor(const lu* f) {
   if (f->state != LU_STATE_DONE) sysenv_fatal(f->env, "LU solve without a factor");
 }
 
-// One stage on L, in place: v := stage v for a sparse vector given by n, in; the pattern of the result goes to out (which
-// may be in) and its length is the result. `order` lists the non-empty lines in the order of the stage, or backwards.
+// One stage on L, in place: v := stage v for a sparse vector given by n, in; the pattern of the result goes to out
+// (which may be in) and its length is the result. `order` lists the non-empty lines in the order of the stage, or
+// backwards.
 int32_t lu_triansolve(lu* f, const LuLine* lines, const LuElm* file, const int32_t* order, int32_t norder, bool forward,
                       LuOp dense, LuOp sparse, int32_t n, const int32_t* in, double* __restrict v, int32_t* out) {
   if (f->lnz == 0) {

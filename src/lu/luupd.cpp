@@ -1,8 +1,8 @@
 // The Forrest-Tomlin update.
 //
 // Column j of B, pivoted in row r, changes. U's column r becomes the spike; row r is eliminated by the row eta
-// R = I - e_r eta' with eta' = u_r' U~^-1, where u_r is the off-diagonal part of row r and U~ what lies behind it in the
-// pivot order; the new pivot is p = spike_r - eta' spike, and r goes to the end of the order.
+// R = I - e_r eta' with eta' = u_r' U~^-1, where u_r is the off-diagonal part of row r and U~ what lies behind it in
+// the pivot order; the new pivot is p = spike_r - eta' spike, and r goes to the end of the order.
 #include <algorithm>
 
 #include "lu/lu_internal.h"
@@ -12,9 +12,9 @@ namespace tarvo {
 namespace {
 
 // The refactorisation rule compares the average work per update with the best so far.
-constexpr int32_t late_update = 100;       // from here on the stricter percentage counts
+constexpr int32_t late_update = 100;  // from here on the stricter percentage counts
 constexpr int32_t early_percent = 90, late_percent = 99;
-constexpr int32_t few_updates = 101;       // no room after fewer updates than this: the files are too small
+constexpr int32_t few_updates = 101;  // no room after fewer updates than this: the files are too small
 
 // Solves eta' U~ = u_r'. eta is f->rwrk, its pattern f->list; returns its length.
 int32_t lu_btranupd(lu* f, int32_t r, WorkCount* work) {
@@ -136,8 +136,8 @@ int32_t store_eta(lu* f, int32_t r, int32_t m) {
   return LU_OK;
 }
 
-int32_t supdl(lu* f, int32_t r, int32_t leavecol, int32_t entercol, int32_t n, const double* spike, const int32_t* spikesub,
-              int32_t* etalen) {
+int32_t supdl(lu* f, int32_t r, int32_t leavecol, int32_t entercol, int32_t n, const double* spike,
+              const int32_t* spikesub, int32_t* etalen) {
   WorkCount work = 0;
   const int32_t m = lu_btranupd(f, r, &work);
   *etalen = m;
@@ -169,8 +169,10 @@ int32_t supdl(lu* f, int32_t r, int32_t leavecol, int32_t entercol, int32_t n, c
   LuElm* cfile = f->cfile.data();
   LuLine& row = f->urow[r];
   LuLine& col = f->ucol[r];
-  for (int32_t a = row.beg; a < row.beg + row.cnt; ++a) lu_takefromcol(rfile, cfile, &f->ucol[rfile[a].sub], rfile[a].pos);
-  for (int32_t b = col.beg; b < col.beg + col.cnt; ++b) lu_takefromrow(rfile, cfile, &f->urow[cfile[b].sub], cfile[b].pos);
+  for (int32_t a = row.beg; a < row.beg + row.cnt; ++a)
+    lu_takefromcol(rfile, cfile, &f->ucol[rfile[a].sub], rfile[a].pos);
+  for (int32_t b = col.beg; b < col.beg + col.cnt; ++b)
+    lu_takefromrow(rfile, cfile, &f->urow[cfile[b].sub], cfile[b].pos);
   f->unz -= row.cnt + col.cnt;
   row.cnt = col.cnt = 0;
   f->invq[leavecol] = f->nrow;

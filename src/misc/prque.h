@@ -14,15 +14,15 @@ struct prque {
   sysenv* env = nullptr;
   int32_t maxe = 0;
   int32_t maxp = -1;
-  int32_t inactive = 0;        // maxp + 1: the key of an absent element, and "no bucket"
-  int32_t* first = nullptr;    // [maxp + 1] bucket heads; maxe ends a bucket
-  int32_t* key = nullptr;      // [maxe]
-  int32_t* next = nullptr;     // [maxe]
-  int32_t* prev = nullptr;     // [maxe]; maxe at the head of a bucket
-  int32_t count = 0;           // elements present
-  int32_t minkey = 0;          // lowest non-empty key, or inactive
-  int32_t cursor = 0;          // element under the cursor, or maxe
-  Array<int32_t> own;          // the block, when the queue has one of its own
+  int32_t inactive = 0;      // maxp + 1: the key of an absent element, and "no bucket"
+  int32_t* first = nullptr;  // [maxp + 1] bucket heads; maxe ends a bucket
+  int32_t* key = nullptr;    // [maxe]
+  int32_t* next = nullptr;   // [maxe]
+  int32_t* prev = nullptr;   // [maxe]; maxe at the head of a bucket
+  int32_t count = 0;         // elements present
+  int32_t minkey = 0;        // lowest non-empty key, or inactive
+  int32_t cursor = 0;        // element under the cursor, or maxe
+  Array<int32_t> own;        // the block, when the queue has one of its own
 };
 
 // Integers that a queue lives on.
@@ -35,7 +35,8 @@ constexpr int64_t pq_blocksize(int32_t maxe, int32_t maxp) { return int64_t{maxp
 [[noreturn]] void pq_rangefault(const prque* q, int32_t e, int32_t p);
 
 inline void pq_check(const prque* q, int32_t e, int32_t p) {
-  if (e < 0 || e >= q->maxe || p < 0 || p > q->maxp) [[unlikely]] pq_rangefault(q, e, p);
+  if (e < 0 || e >= q->maxe || p < 0 || p > q->maxp) [[unlikely]]
+    pq_rangefault(q, e, p);
 }
 inline bool pq_has(const prque* q, int32_t e) { return q->key[e] != q->inactive; }
 // The lowest non-empty key at or above p, or inactive.
@@ -85,8 +86,8 @@ inline void pq_put(prque* q, int32_t e, int32_t p) {
   pq_insert(q, e, p);
 }
 
-// Cursor: to the first element of the lowest key; to the bucket of key p; to the next element of the bucket. False, with
-// the cursor at the end, when there is none.
+// Cursor: to the first element of the lowest key; to the bucket of key p; to the next element of the bucket. False,
+// with the cursor at the end, when there is none.
 inline bool pq_tolowest(prque* q) {
   q->cursor = q->count == 0 ? q->maxe : q->first[q->minkey];
   return q->cursor != q->maxe;
