@@ -36,20 +36,25 @@ void install_handler(Env* env) {
   env->ctrlc_installed = 1;
 }
 
-// Asks how often control-C was pressed so far. With a user function that is how often it said so.
+// Asks how often control-C was pressed so far. With a user function that is how often it said so; it is called outside
+// the lock, since it may use the environment.
 int32_t read_count(Env* env) {
   if (env_lock(env, mutex_ctrlc) != TRV_RES_OK) return 0;
   const bool first = env->ctrlc_polls == 0;
   env->ctrlc_polls = env->ctrlc_polls == INT32_MAX ? 1 : env->ctrlc_polls + 1;
-  if (env->ctrlc_func == nullptr) {
+  const TRVctrlcfunc ask = env->ctrlc_func;
+  void* handle = env->ctrlc_handle;
+  if (ask == nullptr) {
     install_handler(env);
     env->ctrlc_seen = interrupts.load(std::memory_order_relaxed) + 1;
   } else if (first) {
     env->ctrlc_seen = 1;
-  } else if (env->ctrlc_func(env->ctrlc_handle) != 0) {
-    ++env->ctrlc_seen;
   }
-  const int32_t count = env->ctrlc_seen;
+  int32_t count = env->ctrlc_seen;
+  env_unlock(env, mutex_ctrlc);
+  if (ask == nullptr || first || ask(handle) == 0) return count;
+  if (env_lock(env, mutex_ctrlc) != TRV_RES_OK) return count;
+  count = ++env->ctrlc_seen;
   env_unlock(env, mutex_ctrlc);
   return count;
 }

@@ -140,10 +140,13 @@ int32_t task_vreport(const Location& at, Task* task, int32_t code, va_list args)
     const bool located = task->ipar[TRV_IPAR_LOG] != 0 && task->ipar[TRV_IPAR_LOG_RESPONSE] != 0;
     write_report(&task->streams, text, located, at);
   }
-  const int32_t answer =
-      task->response_func != nullptr ? task->response_func(task->response_handle, code, text.body) : TRV_RES_OK;
-  // A report made from inside the response function has left its own text behind.
-  if (task->response_func != nullptr) put_last_message(task, text.body);
+  int32_t answer = TRV_RES_OK;
+  if (task->response_func != nullptr && task->in_response == 0) {
+    task->in_response = 1;
+    answer = task->response_func(task->response_handle, code, text.body);
+    task->in_response = 0;
+    put_last_message(task, text.body);  // a report made by the response function has left its own text behind
+  }
   task->last_code = text.warning ? answer : code;
   if (task->last_code == TRV_RES_OK) put_last_message(task, "");
   return task->last_code;

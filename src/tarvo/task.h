@@ -135,6 +135,7 @@ struct TRVtask_st {
   TRVcallbackfunc stop_func;
   void* response_handle;
   TRVresponsefunc response_func;
+  int32_t in_response;  // it runs: reports that it causes aren't handed to it again
   tarvo::StreamBlock streams;
   int32_t log_events;
   int32_t head_printed;        // the problem head was printed in this optimisation
