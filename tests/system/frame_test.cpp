@@ -3,8 +3,9 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -109,8 +110,16 @@ TEST(Lifetime, SettingsComeBeforeInitialisation) {
 
 TEST(Lifetime, LeakedBlocksAreToldAndTheObjectsAreGone) {
   const std::string stem = testing::TempDir() + "tarvo_leak";
+  std::set<void*> blocks;
+  const TRVallocfunc take = [](void* handle, size_t size) {
+    return *static_cast<std::set<void*>*>(handle)->insert(std::malloc(size)).first;
+  };
+  const TRVfreefunc give = [](void* handle, void* block) {
+    static_cast<std::set<void*>*>(handle)->erase(block);
+    std::free(block);
+  };
   TRVenv env = nullptr;
-  ASSERT_EQ(TRV_makeenv(&env, nullptr, nullptr, nullptr, stem.c_str()), 0);
+  ASSERT_EQ(TRV_makeenv(&env, &blocks, take, give, stem.c_str()), 0);
   ASSERT_EQ(TRV_initenv(env), 0);
   TRVtask tasks[2] = {};
   for (TRVtask& task : tasks) ASSERT_EQ(TRV_makeemptytask(env, &task), 0);
@@ -125,6 +134,8 @@ TEST(Lifetime, LeakedBlocksAreToldAndTheObjectsAreGone) {
   EXPECT_EQ(tasks[0], nullptr);
   EXPECT_EQ(TRV_deletetask(&tasks[1]), 0);
   EXPECT_EQ(TRV_deleteenv(&env), 0);
+  EXPECT_EQ(blocks.size(), 1U);
+  for (void* block : blocks) std::free(block);
   for (const char* file : {".env.txt", ".0.task.txt", ".1.task.txt"}) {
     EXPECT_EQ(file_text(stem + file).rfind("Header: TARVO memory debugging.", 0), 0U) << file;
   }
