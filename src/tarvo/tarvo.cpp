@@ -8,13 +8,9 @@
 #include "tarvo/bufpool.h"
 #include "tarvo/ctrlc.h"
 #include "tarvo/frame.h"
-#include "tarvo/lifetime.h"
 #include "tarvo/log.h"
 #include "tarvo/tables.h"
 #include "tarvo/tarvodat.h"
-#include "tarvo/tarvonam.h"
-#include "tarvo/tarvosim.h"
-#include "tarvo/tarvosol.h"
 #include "tarvo/version.h"
 
 namespace tarvo {
@@ -72,7 +68,7 @@ int32_t env_setup(Env* env, const char* dbgfile) {
 int32_t task_destroy(Task* task, bool counted) {
   Env* env = task->env;
   sysenv* sys = task->sys;
-  task_clear(task);
+  data_clear(task);
   for (int32_t k = 0; k < num_streams; ++k) streams_flush(&task->streams, k);
   streams_closefiles(&task->streams);
   free_strings(sys, task->spar);
@@ -100,7 +96,7 @@ int32_t put_capacities(Task* task, int32_t maxnumcon, int32_t maxnumvar, int32_t
   if (rc == TRV_RES_OK) rc = TRV_putmaxnumcone(task, maxnumcone);
   if (rc == TRV_RES_OK) rc = TRV_putmaxnumanz(task, maxnumanz);
   if (rc == TRV_RES_OK) rc = TRV_putmaxnumqnz(task, maxnumqnz);
-  if (rc != TRV_RES_OK) task_clear(task);
+  if (rc != TRV_RES_OK) data_clear(task);
   return rc;
 }
 
@@ -130,14 +126,6 @@ int32_t task_setup(Task* task, int32_t maxnumcon, int32_t maxnumvar, bool* count
 }
 
 }  // namespace
-
-void task_clear(Task* task) {
-  sol_deleteall(task);
-  basissolve_delete(task);
-  data_clear(task);
-  names_clear(task);
-  if (task->buffers != nullptr) bufpool_release(task);
-}
 
 int32_t env_lock(Env* env, EnvMutex which) {
   return pthread_mutex_lock(&env->mutex[which]) == 0 ? TRV_RES_OK : TRV_RES_ERR_THREAD_MUTEX_LOCK;
@@ -245,7 +233,7 @@ int32_t TRV_resizetask(TRVtask task, int32_t maxnumcon, int32_t maxnumvar, int32
                        int32_t maxnumqnz) {
   if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
   if (const int32_t rc = data_checkunlocked(task); rc != TRV_RES_OK) return rc;
-  task_clear(task);
+  data_clear(task);
   return put_capacities(task, maxnumcon, maxnumvar, maxnumcone, maxnumanz, maxnumqnz);
 }
 
