@@ -1,0 +1,57 @@
+// What the simplex optimisers share behind the doors of simplex.h: factorisation with repair, the random stream and
+// the progress test.
+#pragma once
+
+#include <cmath>
+
+#include "simplex/simplex.h"
+
+namespace tarvo {
+
+inline constexpr double simplex_inf = HUGE_VAL;  // a bound that is not there, inside the optimisers
+
+inline bool simplex_haslower(int32_t bk) { return bk == SIM_BK_LO || bk == SIM_BK_FX || bk == SIM_BK_RA; }
+inline bool simplex_hasupper(int32_t bk) { return bk == SIM_BK_UP || bk == SIM_BK_FX || bk == SIM_BK_RA; }
+
+// The only source of randomness: runs repeat exactly. In (0, 1].
+inline double simplex_rand(int32_t* seed) {
+  *seed = static_cast<int32_t>((int64_t{*seed} * 32719 + 3) % 32749);
+  return (*seed + 1) / 32749.0;
+}
+
+// Scratch of simplex_factor, made once per run.
+struct SimplexFactorWork {
+  Array<int32_t> iwork;
+  Array<double> rwork;
+  Array<int32_t> artrow;  // [numcon], see simplex_factor
+};
+
+[[nodiscard]] bool simplex_makefactorwork(sysenv* env, int32_t numcon, SimplexFactorWork* work);
+
+// Factorises the basis. When its rank is below numcon, the columns without a pivot are replaced by logicals:
+// work->artrow[k] is then the row whose logical took position k, numcon for a position that stays, and *numart counts
+// the replaced ones; `basis->basis` itself is changed. Results: SIM_RESP_OK, _SPACE, _NUMERIC.
+int32_t simplex_factor(sysenv* env, int32_t numcon, const SimplexColumns& a, simplexbasis* basis,
+                       SimplexFactorWork* work, int32_t* numart);
+
+// After trouble with a fresh factor: true when its size of entries is suspicious; stricter pivoting is then set and the
+// caller factorises again.
+bool simplex_lustability(lu* factor);
+// Stricter pivoting from the next factorisation on, after a doubt about the factor.
+void simplex_raiserelpiv(lu* factor);
+
+// The progress test: is the pair (sum of infeasibilities, -objective) better than the one kept?
+struct SimplexProgress {
+  int64_t iter;
+  double suminf, negobj;
+  int32_t count;  // setbacks
+};
+// 1 progress, 0 no change, -1 a setback. Keeps the new values unless nothing changed.
+int32_t simplex_checkprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj);
+void simplex_resetprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj);
+
+// xc, y, sc, sx of a solution: xc = A xx; sc = cc + y, sx = cx - A'y.
+void simplex_formxc(const SimplexProblem& p, double* xc);
+void simplex_forms(const SimplexProblem& p);
+
+}  // namespace tarvo
