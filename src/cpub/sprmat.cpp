@@ -48,12 +48,12 @@ constexpr int32_t long_list = 32;           // a look-up that passes so many pen
 
 int32_t num_vectors(const sprmat* m) { return m->by_rows ? m->numrows : m->numcols; }
 
-// The capacity to grow to for `needed` places; -1 when that is beyond all limits.
+// The capacity to grow to for `needed` places, the extra space on top; -1 when that is beyond all limits.
 int32_t newcapacity(const sprmat* m, int64_t needed) {
   if (needed >= max_capacity) return -1;
   const int64_t old = m->capacity;
   const bool by_half = m->double_threshold >= 0 && m->double_threshold <= m->capacity;
-  const int64_t grown = std::max(by_half ? old + old / 2 : 2 * old, needed) + 1;
+  const int64_t grown = std::max(by_half ? old + old / 2 : 2 * old, needed) + 1 + m->extra_space;
   return static_cast<int32_t>(std::min<int64_t>(grown, max_capacity));
 }
 

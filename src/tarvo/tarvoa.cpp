@@ -112,6 +112,7 @@ int32_t put_vector(Task* task, int32_t accmode, int32_t i, int32_t n, const int3
   const int32_t limit = con ? task->numvar : task->numcon;
   const int32_t capacity = con ? task->maxnumvar : task->maxnumcon;
   const double large = task->dpar[TRV_DPAR_DATA_TOL_AIJ_LARGE], tol = task->dpar[TRV_DPAR_DATA_TOL_AIJ];
+  const bool check_nan = task->ipar[TRV_IPAR_DATA_CHECK] != 0;
   if (const int32_t rc = data_checkunlocked(task)) return rc;
   for (int32_t k = 0; k < n; ++k) {
     if (sub[k] < 0) {
@@ -122,6 +123,7 @@ int32_t put_vector(Task* task, int32_t accmode, int32_t i, int32_t n, const int3
       const ArgumentText argument(list_position, k);
       return report<TRV_RES_ERR_INDEX_IS_TOO_LARGE>(task, sub[k], static_cast<const char*>(argument.text));
     }
+    if (check_nan && std::isnan(val[k])) return report<TRV_RES_ERR_NAN_IN_DOUBLE_DATA>(task, "aval");
     if (std::fabs(val[k]) >= large)
       if (const int32_t rc = warn_large(task, val[k], con ? i : sub[k], con ? sub[k] : i)) return rc;
     *small += static_cast<int32_t>(std::fabs(val[k]) <= tol);
@@ -186,9 +188,11 @@ int32_t count_slice(Task* task, int32_t firsti, int32_t lasti, int32_t firstj, i
 int32_t data_loadcolumns(Task* task, int32_t first, int32_t num, const int32_t* ptrb, const int32_t* ptre,
                          const int32_t* sub, const double* val) {
   const double large = task->dpar[TRV_DPAR_DATA_TOL_AIJ_LARGE], tol = task->dpar[TRV_DPAR_DATA_TOL_AIJ];
+  const bool check_nan = task->ipar[TRV_IPAR_DATA_CHECK] != 0;
   int32_t small = 0;
   for (int32_t k = 0; k < num; ++k) {
     for (int32_t t = ptrb[k]; t < ptre[k]; ++t) {
+      if (check_nan && std::isnan(val[t])) return report<TRV_RES_ERR_NAN_IN_DOUBLE_DATA>(task, "aval");
       if (std::fabs(val[t]) >= large)
         if (const int32_t rc = warn_large(task, val[t], sub[t], first + k)) return rc;
       small += static_cast<int32_t>(std::fabs(val[t]) <= tol);
