@@ -60,12 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (TRV_readdata(task, text.path) == TRV_RES_OK) {
     MemoryFile written;
     TRV_putintparam(task, TRV_IPAR_WRITE_GENERIC_NAMES, TRV_ON);
-    TRV_putintparam(task, TRV_IPAR_WRITE_FREE_CON, TRV_ON);
     TRV_putintparam(task, TRV_IPAR_WRITE_DATA_FORMAT, TRV_DATA_FORMAT_MPS);
     TRV_putintparam(task, TRV_IPAR_WRITE_DATA_COMPRESSED, 0);
     demand(TRV_writedata(task, written.path) == TRV_RES_OK, "writing what was read");
     TRVtask again = new_task(env, TRV_MPS_FORMAT_FREE);
-    TRV_putintparam(again, TRV_IPAR_READ_KEEP_FREE_CON, TRV_ON);
     demand(TRV_readdata(again, written.path) == TRV_RES_OK, "reading what was written");
     demand(sizes(task) == sizes(again), "sizes after writing and reading");
     TRV_deletetask(&again);
