@@ -119,6 +119,9 @@ int32_t run_simplex(Task* task, const ColumnView& a, bool maximise, double* cost
   const SimplexEvents events{&handle, on_event, events_wanted(task)};
   simplexinfo info{};
   info.timestart = sysenv_cputime();
+  const simplexpar par = parameters(task, maximise);
+  // The start is read: from here on no stored solution counts until this run has written its own.
+  for (const int32_t whichsol : {TRV_SOL_ITR, TRV_SOL_BAS, TRV_SOL_ITG}) task->sol[whichsol].defined = 0;
 
   const BoundSide rows{numcon,   task->bkc.data(), task->blc.data(), task->buc.data(),
                        view.skc, view.xc,          view.slc,         view.suc};
@@ -149,9 +152,6 @@ int32_t run_simplex(Task* task, const ColumnView& a, bool maximise, double* cost
                              task->blx.data(),
                              task->bux.data()};
     SimplexSolution solution{view.skc, view.skx, view.xc, view.xx, view.y, view.slc, view.suc, view.slx, view.sux};
-    const simplexpar par = parameters(task, maximise);
-    // From here on the stored solutions are those of the problem before.
-    for (const int32_t whichsol : {TRV_SOL_ITR, TRV_SOL_BAS, TRV_SOL_ITG}) task->sol[whichsol].defined = 0;
     simplex_optimize(task->sys, par, &info, input, &solution, basis, events);
   }
   if (maximise) negate_duals(task, view);
@@ -160,7 +160,6 @@ int32_t run_simplex(Task* task, const ColumnView& a, bool maximise, double* cost
   task->dinf[TRV_DINF_SIM_OBJ] = task->dinf[TRV_DINF_SIM_PRIMAL_OBJ];
   task->dinf[TRV_DINF_SIM_FEAS] = task->dinf[TRV_DINF_SIM_PRIMAL_FEAS];
 
-  for (const int32_t whichsol : {TRV_SOL_ITR, TRV_SOL_ITG}) task->sol[whichsol].defined = 0;
   Solution& sol = task->sol[TRV_SOL_BAS];
   sol.defined = 1;
   sol.prosta = mapped_prosta(info.prosta);
