@@ -1,0 +1,349 @@
+// simplex_optimize on plain arrays, judged on the original data.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "optimize/solcheck.h"
+#include "simplex/simplex.h"
+#include "support/random_lp.h"
+
+namespace tarvo {
+namespace {
+
+using tarvo_test::Lp;
+using tarvo_test::random_lp;
+
+struct Events {
+  int32_t stop_at = -1;  // the call that stops the run
+  int32_t code = 7;
+  int32_t calls = 0, begins = 0, ends = 0;
+};
+int32_t on_event(void* handle, int32_t event, const simplexinfo*) {
+  auto* e = static_cast<Events*>(handle);
+  e->begins += event == 32;
+  e->ends += event == 33;
+  return e->calls++ == e->stop_at ? e->code : 0;
+}
+
+simplexpar defaults() {
+  simplexpar par{};
+  par.optimizer = 1;
+  par.degen = 1;
+  par.solveform = 1;
+  par.primalrestrict = 50;
+  par.primalcrash = 90;
+  for (int k = 0; k < SIM_NUM_OPTIMIZERS; ++k) {
+    par.maxiter[k] = 100000;
+    par.maxsetbacks[k] = 250;
+    par.tolx[k] = par.tols[k] = 1e-6;
+    par.tolpiv[k] = 1e-7;
+  }
+  return par;
+}
+
+class Solver {
+ public:
+  explicit Solver(Lp problem) : lp(std::move(problem)), cc(lp.blc.size(), 0.0) {
+    env_ = sysenv_make(SysKind::task, true, nullptr, nullptr, nullptr);
+    const auto m = lp.blc.size(), n = lp.c.size();
+    skc.assign(m, 0);
+    skx.assign(n, 0);
+    xc.assign(m, NAN);
+    y = slc = suc = xc;
+    xx.assign(n, NAN);
+    slx = sux = xx;
+    EXPECT_EQ(simplex_makebasis(env_, lp.numcon, &basis_), SIM_RESP_OK);
+  }
+  ~Solver() {
+    simplex_deletebasis(&basis_);
+    EXPECT_EQ(sysenv_delete(&env_), SYS_OK);
+  }
+  Solver(const Solver&) = delete;
+  Solver& operator=(const Solver&) = delete;
+
+  int32_t run(const simplexpar& par, Events* events) {
+    info = {};
+    const SimplexInput input{
+        lp.numcon,     lp.numvar,     {lp.ptr.data(), lp.ptr.data() + 1, lp.sub.data(), lp.val.data()},
+        lp.cfix,       cc.data(),     lp.c.data(),
+        lp.bkc.data(), lp.blc.data(), lp.buc.data(),
+        lp.bkx.data(), lp.blx.data(), lp.bux.data()};
+    SimplexSolution solution{skc.data(), skx.data(), xc.data(),  xx.data(), y.data(),
+                             slc.data(), suc.data(), slx.data(), sux.data()};
+    return simplex_optimize(env_, par, &info, input, &solution, &basis_, {events, on_event, true});
+  }
+  int32_t run(const simplexpar& par) {
+    Events events;
+    return run(par, &events);
+  }
+
+  [[nodiscard]] Measures measures() const {
+    CheckProblem p{};
+    p.numcon = lp.numcon;
+    p.numvar = lp.numvar;
+    p.sign = 1.0;
+    p.cfix = lp.cfix;
+    p.c = lp.c.data();
+    p.cc = cc.data();
+    p.aptrb = lp.ptr.data();
+    p.aptre = lp.ptr.data() + 1;
+    p.asub = lp.sub.data();
+    p.aval = lp.val.data();
+    p.bkc = lp.bkc.data();
+    p.bkx = lp.bkx.data();
+    p.blc = lp.blc.data();
+    p.buc = lp.buc.data();
+    p.blx = lp.blx.data();
+    p.bux = lp.bux.data();
+    std::vector<double> work(xc.size() + 1);
+    Measures m{};
+    opt_chksolconic(p,
+                    {info.prosta, info.solsta, true, xc.data(), xx.data(), y.data(), slc.data(), suc.data(), slx.data(),
+                     sux.data(), nullptr},
+                    work.data(), &m);
+    return m;
+  }
+
+  // Optimal with both objectives at the known value and nothing violated.
+  void expect_optimal(double tol = 1e-6) const {
+    ASSERT_EQ(info.resp, 0);
+    ASSERT_EQ(info.prosta, 1);
+    ASSERT_EQ(info.solsta, 1);
+    const Measures m = measures();
+    EXPECT_NEAR(m.primalobj, lp.optimum, 1e-6 * (1 + std::fabs(lp.optimum)));
+    EXPECT_NEAR(m.dualobj, lp.optimum, 1e-6 * (1 + std::fabs(lp.optimum)));
+    EXPECT_NEAR(info.pobj, m.primalobj, 1e-6 * (1 + std::fabs(lp.optimum)));
+    EXPECT_LE(m.maxpbi, tol);
+    EXPECT_LE(m.maxpeqi, tol);
+    EXPECT_LE(m.maxdbi, tol);
+    EXPECT_LE(m.maxdeqi, tol);
+    int32_t basics = 0;
+    for (const int32_t k : skc) basics += k == SIM_SK_BAS;
+    for (const int32_t k : skx) basics += k == SIM_SK_BAS;
+    EXPECT_EQ(basics, lp.numcon);
+  }
+
+  // A certificate of primal infeasibility: multipliers whose dual objective is positive.
+  void expect_farkas() const {
+    ASSERT_EQ(info.solsta, 5);
+    EXPECT_EQ(info.prosta, 4);
+    const Measures m = measures();
+    EXPECT_GT(m.dualobj, 0.0);
+    EXPECT_LE(m.maxdbi, 1e-6 * m.dualobj + 1e-9);
+    EXPECT_LE(m.maxdeqi, 1e-6 * m.dualobj + 1e-9);
+  }
+
+  // An unbounded direction: feasible for bounds of 0 and falling.
+  void expect_ray() const {
+    ASSERT_EQ(info.solsta, 6);
+    EXPECT_EQ(info.prosta, 5);
+    const Measures m = measures();
+    EXPECT_LT(m.primalobj, 0.0);
+    EXPECT_LE(m.maxpbi, -1e-6 * m.primalobj + 1e-9);
+    EXPECT_LE(m.maxpeqi, -1e-6 * m.primalobj + 1e-9);
+  }
+
+  Lp lp;
+  std::vector<double> cc, xc, xx, y, slc, suc, slx, sux;
+  std::vector<int32_t> skc, skx;
+  simplexinfo info{};
+
+ private:
+  sysenv* env_ = nullptr;
+  simplexbasis basis_;
+};
+
+class Settings : public testing::TestWithParam<std::tuple<int, int>> {};
+
+TEST_P(Settings, ReachTheKnownOptimum) {
+  simplexpar par = defaults();
+  std::tie(par.scaling, par.primalselect) = GetParam();
+  for (unsigned seed = 0; seed < 20; ++seed) {
+    SCOPED_TRACE(seed);
+    const auto size = static_cast<int32_t>(seed);
+    Solver solver(random_lp(seed, 3 + 2 * size, 40 - size, 0.3, seed % 4 == 3 ? 3.0 : 0.0));
+    par.degen = static_cast<int32_t>(seed % 5);
+    par.clean = 0;
+    solver.run(par);
+    solver.expect_optimal();
+    // Again from the optimal basis, by every mode: nothing is left to do.
+    for (const int32_t clean : {1, 2, 3, 4, 5, 6}) {
+      par.clean = clean;
+      par.hotstartstatus = clean == 4 ? 1 : 0;
+      solver.run(par);
+      solver.expect_optimal();
+      EXPECT_EQ(solver.info.iter[SIM_PRIMAL], 0) << clean;
+    }
+    // And from a spoilt start.
+    std::mt19937 random(seed);
+    for (int32_t& k : solver.skc) k = static_cast<int32_t>(random() % 7);
+    for (int32_t& k : solver.skx) k = static_cast<int32_t>(random() % 7);
+    for (double& x : solver.xx) x = random() % 5 == 0 ? NAN : static_cast<double>(random() % 100) - 50.0;
+    par.hotstartstatus = static_cast<int32_t>(seed % 2);
+    solver.run(par);
+    solver.expect_optimal();
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Simplex, Settings, testing::Combine(testing::Values(0, 1, 3, 4), testing::Range(0, 6)));
+
+Lp small(int32_t numcon, int32_t numvar) {
+  Lp lp;
+  lp.numcon = numcon;
+  lp.numvar = numvar;
+  lp.bkc.assign(static_cast<std::size_t>(numcon), 3);
+  lp.blc.assign(lp.bkc.size(), -1e30);
+  lp.buc.assign(lp.bkc.size(), 1e30);
+  lp.bkx.assign(static_cast<std::size_t>(numvar), 3);
+  lp.blx.assign(lp.bkx.size(), -1e30);
+  lp.bux.assign(lp.bkx.size(), 1e30);
+  lp.c.assign(lp.bkx.size(), 0.0);
+  lp.ptr.assign(lp.bkx.size() + 1, 0);
+  return lp;
+}
+
+TEST(SimplexOptimize, SetsColumnsAloneWithoutRows) {
+  Lp lp = small(0, 5);
+  lp.bkx = {0, 1, 2, 3, 4};
+  lp.blx = {-5, -1e30, 2, -1e30, 1};
+  lp.bux = {1e30, 7, 2, 1e30, 3};
+  lp.c = {1, -2, -3, 0, -1};
+  lp.optimum = -5 - 14 - 6 - 3;
+  Solver solver(lp);
+  Events events;
+  solver.run(defaults(), &events);
+  solver.expect_optimal();
+  EXPECT_EQ(solver.skx, (std::vector<int32_t>{SIM_SK_LOW, SIM_SK_UPR, SIM_SK_FIX, SIM_SK_SUPBAS, SIM_SK_UPR}));
+  EXPECT_EQ(solver.xx, (std::vector<double>{-5, 7, 2, 0, 3}));
+  EXPECT_EQ(events.begins, 1);
+  EXPECT_EQ(events.ends, 1);
+  solver.lp.c[0] = -1;
+  solver.run(defaults());
+  solver.expect_ray();
+  EXPECT_EQ(solver.xx, (std::vector<double>{1, 0, 0, 0, 0}));
+}
+
+TEST(SimplexOptimize, WithoutColumnsRowsDecide) {
+  Lp lp = small(2, 0);
+  lp.bkc = {0, 4};
+  lp.blc = {-1, -2};
+  lp.buc = {1e30, 2};
+  Solver solver(lp);
+  solver.run(defaults());
+  solver.expect_optimal();
+  solver.lp.blc[0] = 1;
+  solver.run(defaults());
+  solver.expect_farkas();
+  solver.lp.blc[0] = -1;
+  solver.lp.bkc[1] = 1;
+  solver.lp.buc[1] = -3;
+  solver.run(defaults());
+  solver.expect_farkas();
+}
+
+// A feasible problem with a random row added that no point satisfies, and a random ray.
+TEST(SimplexOptimize, CertificatesHoldOnTheOriginalData) {
+  for (unsigned seed = 0; seed < 20; ++seed) {
+    SCOPED_TRACE(seed);
+    for (const int32_t scaling : {0, 1}) {
+      simplexpar par = defaults();
+      par.scaling = scaling;
+      Lp lp = random_lp(seed, 12, 20, 0.4, seed % 3 * 2.0);
+      // Two rows become the same row with bounds that exclude each other.
+      Lp infeasible = small(lp.numcon + 1, lp.numvar);
+      infeasible.bkx = lp.bkx;
+      infeasible.blx = lp.blx;
+      infeasible.bux = lp.bux;
+      infeasible.c = lp.c;
+      infeasible.bkc.assign(lp.bkc.begin(), lp.bkc.end());
+      infeasible.bkc.push_back(1);
+      infeasible.blc = lp.blc;
+      infeasible.blc.push_back(-1e30);
+      infeasible.buc = lp.buc;
+      infeasible.buc.push_back(0.0);
+      infeasible.ptr.assign(1, 0);
+      infeasible.bkc[0] = 0;
+      infeasible.blc[0] = 1.0;
+      for (std::size_t j = 0; j < lp.c.size(); ++j) {
+        for (auto t = static_cast<std::size_t>(lp.ptr[j]); t < static_cast<std::size_t>(lp.ptr[j + 1]); ++t) {
+          infeasible.sub.push_back(lp.sub[t]);
+          infeasible.val.push_back(lp.val[t]);
+          if (lp.sub[t] != 0) continue;
+          infeasible.sub.push_back(lp.numcon);
+          infeasible.val.push_back(2 * lp.val[t]);
+        }
+        infeasible.ptr.push_back(static_cast<int32_t>(infeasible.sub.size()));
+      }
+      Solver proof(infeasible);
+      proof.run(par);
+      proof.expect_farkas();
+
+      // Two columns, one the negative of the other, both free above, that gain together.
+      Lp unbounded = lp;
+      for (int32_t sign : {1, -1}) {
+        for (auto t = static_cast<std::size_t>(lp.ptr[3]); t < static_cast<std::size_t>(lp.ptr[4]); ++t) {
+          unbounded.sub.push_back(lp.sub[t]);
+          unbounded.val.push_back(sign * lp.val[t]);
+        }
+        unbounded.ptr.push_back(static_cast<int32_t>(unbounded.sub.size()));
+        unbounded.bkx.push_back(0);
+        unbounded.blx.push_back(0.0);
+        unbounded.bux.push_back(1e30);
+        unbounded.c.push_back(-1.0);
+      }
+      unbounded.numvar += 2;
+      Solver ray(unbounded);
+      ray.run(par);
+      ray.expect_ray();
+    }
+  }
+}
+
+TEST(SimplexOptimize, BadDataAndStopsEndWithTheirCodes) {
+  for (const int k : {0, 1, 2}) {
+    Lp lp = random_lp(5, 10, 20);
+    (k == 0 ? lp.c : k == 1 ? lp.val : lp.blc)[0] = NAN;
+    lp.bkc[0] = 0;
+    Solver solver(lp);
+    EXPECT_EQ(solver.run(defaults()), SIM_RESP_NUMERIC);
+    EXPECT_EQ(solver.info.solsta, 0);
+  }
+  // Every event may be the one that stops the run.
+  int32_t calls = 1;
+  for (int32_t k = 0; k < calls; ++k) {
+    Solver solver(random_lp(6, 10, 20));
+    Events events;
+    events.stop_at = k;
+    EXPECT_EQ(solver.run(defaults(), &events), 7) << k;
+    calls = std::max(calls, events.calls);
+    if (k == 0) calls = 20;
+  }
+  simplexpar par = defaults();
+  par.maxiter[SIM_PRIMAL] = 3;
+  Solver solver(random_lp(7, 20, 30));
+  EXPECT_EQ(solver.run(par), SIM_RESP_ITERATIONS);
+  EXPECT_EQ(solver.info.iter[SIM_PRIMAL], 3);
+  for (const double x : solver.xx) EXPECT_TRUE(std::isfinite(x));
+  // The run goes on from there.
+  par.maxiter[SIM_PRIMAL] = 1000;
+  par.clean = 6;
+  solver.run(par);
+  solver.expect_optimal();
+}
+
+TEST(SimplexOptimize, RestartsFromABasisOfAnotherShape) {
+  Solver solver(random_lp(11, 20, 30));
+  simplexpar par = defaults();
+  solver.run(par);
+  solver.expect_optimal();
+  par.clean = 6;
+  for (int32_t& k : solver.skc) k = SIM_SK_BAS;  // too many basic variables
+  solver.run(par);
+  solver.expect_optimal();
+  for (int32_t& k : solver.skx)
+    if (k == SIM_SK_BAS) k = SIM_SK_UNK;  // too few
+  solver.run(par);
+  solver.expect_optimal();
+}
+
+}  // namespace
+}  // namespace tarvo
