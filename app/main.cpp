@@ -33,7 +33,7 @@ std::string version() {
   return text;
 }
 
-void complain(const std::string& text) { std::cerr << "tarvo: " << text << "\n"; }
+void complain(const std::string& text) { std::fprintf(stderr, "tarvo: %s\n", text.c_str()); }
 
 // The parameters of a run: what suits a program at a terminal, then the options, then the caller's own.
 void set_params(const Session& session, const Options& options) {
@@ -125,15 +125,13 @@ int run(const Options& options) {
   return exit_status(result);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// Reads the command line and does what it says; the exit status.
+int parse_and_run(int argc, char** argv) {
   Options options;
   CLI::App cli{"Solves linear, quadratic and conic optimisation problems.", "tarvo"};
   cli.footer(
-      "Exit status: 0 optimal, 1 wrong usage, 2 the file can't be read, 3 infeasible, 4 unbounded, 5 a limit or a "
-      "stop,\n"
-      "6 anything else.");
+      "Exit status: 0 optimal, 1 wrong usage, 2 the file can't be read, 3 infeasible, 4 unbounded,\n"
+      "5 a limit or a stop, 6 anything else.");
   cli.set_version_flag("--version", version());
   cli.add_option("FILE", options.file, "problem file, also compressed (.gz)");
   cli.add_option("-o,--optimizer", options.optimizer,
@@ -173,8 +171,14 @@ int main(int argc, char** argv) {
     std::cerr << "Run with --help for more information.\n";
     return exit_usage;
   }
+  return run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    return run(options);
+    return parse_and_run(argc, argv);
   } catch (const Failure& failure) {
     complain(failure.what());
     return failure.status;

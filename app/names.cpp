@@ -123,7 +123,8 @@ const Param& find_param(const std::string& given) {
   std::string name = upper(given);
   for (const Param& param : params()) {
     // With the whole prefix, with "IPAR_" alone, or without.
-    if (name == param.full() || name == param.full().substr(4) || name == param.name) return param;
+    const std::string full = param.full();
+    if (name == full || name == param.name || "TRV_" + name == full) return param;
   }
   const auto tail = name.find("PAR_");
   if (tail != std::string::npos && tail <= 5) name = name.substr(tail + 4);

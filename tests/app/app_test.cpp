@@ -72,7 +72,7 @@ struct Example {
   int rows, columns, nonzeros;
   const char* layout;
 };
-TEST_F(App, DISABLED_ExamplesGiveTheirOptimaAsJson) {
+TEST_F(App, ExamplesGiveTheirOptimaAsJson) {
   const Example cases[] = {{"diet.mps", 267.63285024154584, 4, 6, 23, "relaxed"},
                            {"transport.mps", 9410, 8, 15, 30, "free"},
                            {"planning.mps", 22120.857142857145, 12, 18, 34, "relaxed"}};
@@ -99,7 +99,7 @@ TEST_F(App, DISABLED_ExamplesGiveTheirOptimaAsJson) {
   }
 }
 
-TEST_F(App, DISABLED_StatusTellsInfeasibleUnboundedAndStopped) {
+TEST_F(App, StatusTellsInfeasibleUnboundedAndStopped) {
   nlohmann::json j = solve(write("infeasible.mps", tiny("X                    9", "X                   .5")), 3);
   EXPECT_EQ(j["solution_status"], "prim_infeas_cer");
   std::string text = tiny("COST                 1", "COST                -1");
@@ -175,7 +175,7 @@ TEST_F(App, BadFilesAreToldByLine) {
   EXPECT_EQ(nlohmann::json::parse(r.out)["response"]["name"], "TRV_RES_ERR_FILE_OPEN");
 }
 
-TEST_F(App, DISABLED_BothLayoutsAreFoundOrDemanded) {
+TEST_F(App, BothLayoutsAreFoundOrDemanded) {
   const Outcome r = run(examples + "transport.mps");
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("it was read in the free layout"), std::string::npos);
@@ -191,7 +191,7 @@ TEST_F(App, DISABLED_BothLayoutsAreFoundOrDemanded) {
   EXPECT_NE(bad.err.find("'demand_Nowhere' is an undefined constraint name"), std::string::npos) << bad.err;
 }
 
-TEST_F(App, DISABLED_ConvertsAndWritesTheSolution) {
+TEST_F(App, ConvertsAndWritesTheSolution) {
   EXPECT_EQ(run("-q --no-solve -w copy.mps.gz " + examples + "planning.mps").status, 0);
   EXPECT_NEAR(solve("copy.mps.gz", 0)["primal_objective"], 22120.857142857145, 1e-6);
   const Outcome r = run("-s table.txt --json result.json " + examples + "diet.mps");
