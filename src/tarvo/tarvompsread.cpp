@@ -383,7 +383,7 @@ int32_t read_columns(Reader* r) {
     return out_of_space(r);
   OpenColumn col{};
   col.var = -1;
-  int32_t res = each_line(r, MpsSection::columns, [&](const MpsFields& f) -> int32_t {
+  const int32_t res = each_line(r, MpsSection::columns, [&](const MpsFields& f) -> int32_t {
     if (is_marker_line(f)) {
       if (f.name3 != "'INTORG'" && f.name3 != "'INTEND'")
         return fail(r, "'INTORG' or 'INTEND'", report<TRV_RES_ERR_MPS_INV_MARKER>(task));
@@ -398,9 +398,7 @@ int32_t read_columns(Reader* r) {
     if (const int32_t added = add_element(r, &col, f.name2, f.number1); added != TRV_RES_OK) return added;
     return add_element(r, &col, f.name3, f.number2);
   });
-  if (res == TRV_RES_OK) res = close_column(r, &col);
-  if (res != TRV_RES_OK) return res;
-  return data_loadcolumns(task, 0, task->numvar, r->ptr.data(), r->ptr.data() + 1, r->sub.data(), r->val.data());
+  return res == TRV_RES_OK ? close_column(r, &col) : res;
 }
 
 // True when the line counts: the first vector of a section, or the wanted one, is the one that is read.
@@ -716,18 +714,43 @@ int32_t load_sections(Reader* r) {
   }
 }
 
-// Sets the constant of the objective and removes the free rows.
+// Removes the free rows, the objective among them, and numbers the rows of the elements anew.
+int32_t remove_free_rows(Reader* r) {
+  Task* const task = r->task;
+  Array<int32_t> free_rows, moved;  // moved: the new number of a row, -1 when it goes
+  if (!free_rows.alloc(task->sys, static_cast<std::size_t>(task->numcon)) ||
+      !moved.alloc(task->sys, static_cast<std::size_t>(task->numcon)))
+    return out_of_space(r);
+  int32_t n = 0, kept = 0;
+  for (int32_t i = 0; i < task->numcon; ++i) {
+    const bool goes = task->bkc[i] == TRV_BK_FR;
+    if (goes) free_rows[n++] = i;
+    moved[i] = goes ? -1 : kept++;
+  }
+  if (const int32_t res = TRV_remove(task, TRV_ACC_CON, n, free_rows.data()); res != TRV_RES_OK) return res;
+  int32_t top = 0;
+  for (std::size_t j = 0, k = 0; j + 1 < r->ptr.size(); ++j) {
+    for (; k < static_cast<std::size_t>(r->ptr[j + 1]); ++k) {
+      const int32_t row = moved[r->sub[k]];
+      if (row == -1) continue;
+      r->sub[top] = row;
+      r->val[top++] = r->val[k];
+    }
+    r->ptr[j + 1] = top;
+  }
+  return TRV_RES_OK;
+}
+
+// What is left when all sections are read: the constant, the free rows, and the matrix, which is loaded behind their
+// removal so that it needs no renumbering itself.
 int32_t finish(Reader* r) {
   Task* const task = r->task;
   if (r->obj_row == -1) return fail(r, "a ROWS section", report<TRV_RES_ERR_MPS_NO_OBJECTIVE>(task));
   if (const int32_t res = TRV_putcfix(task, r->cfix); res != TRV_RES_OK) return res;
-  if (r->keep_free) return TRV_RES_OK;
-  int32_t n = 0;
-  Array<int32_t> free_rows;
-  if (!free_rows.alloc(task->sys, static_cast<std::size_t>(task->numcon))) return out_of_space(r);
-  for (int32_t i = 0; i < task->numcon; ++i)
-    if (task->bkc[i] == TRV_BK_FR) free_rows[n++] = i;
-  return TRV_remove(task, TRV_ACC_CON, n, free_rows.data());
+  if (!r->keep_free)
+    if (const int32_t res = remove_free_rows(r); res != TRV_RES_OK) return res;
+  if (r->ptr.empty()) return TRV_RES_OK;
+  return data_loadcolumns(task, 0, task->numvar, r->ptr.data(), r->ptr.data() + 1, r->sub.data(), r->val.data());
 }
 
 int32_t run_passes(Reader* r) {

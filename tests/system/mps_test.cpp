@@ -35,7 +35,10 @@ class Mps : public testing::Test {
     ASSERT_EQ(TRV_maketask(env, 0, 0, &task), 0);
     TRV_linkfunctotaskstream(task, TRV_STREAM_ERR, &errors,
                              [](void* h, const char* text) { *static_cast<std::string*>(h) += text; });
-    path = testing::TempDir() + "tarvo_" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".mps";
+    std::string test = testing::UnitTest::GetInstance()->current_test_info()->name();
+    for (char& c : test)
+      if (c == '/') c = '_';
+    path = testing::TempDir() + "tarvo_" + test + ".mps";
   }
   void TearDown() override {
     EXPECT_EQ(TRV_deletetask(&task), 0);
@@ -56,13 +59,13 @@ class Mps : public testing::Test {
     return text.str();
   }
   std::string name(int32_t kind, int32_t i) {
-    char text[512];
+    char text[4096];
     EXPECT_EQ(TRV_getname(task, kind, i, sizeof text, nullptr, text), 0);
     return text;
   }
   Problem problem() {
     Problem p;
-    char text[512];
+    char text[4096];
     TRV_gettaskname(task, sizeof text, text);
     p.names.emplace_back(text);
     TRV_getobjname(task, sizeof text, nullptr, text);
@@ -154,9 +157,10 @@ TEST_F(Mps, WritesTheExactText) {
   for (int32_t j = 0; j < 4; ++j) TRV_putname(task, TRV_PI_VAR, j, vars[j]);
   TRV_putcfix(task, 5);
   TRV_putcj(task, 0, 1);
-  TRV_putaij(task, 0, 0, 100000);
-  TRV_putaij(task, 1, 0, 0.1);
-  TRV_putaij(task, 1, 1, -12.5);
+  const int32_t sub[] = {0, 1};
+  const double first[] = {100000, 0.1}, second = -12.5;
+  TRV_putavec(task, TRV_ACC_VAR, 0, 2, sub, first);
+  TRV_putavec(task, TRV_ACC_VAR, 1, 1, sub + 1, &second);
   TRV_putbound(task, TRV_ACC_CON, 0, TRV_BK_LO, 150, 0);
   TRV_putbound(task, TRV_ACC_CON, 1, TRV_BK_RA, -1, 3);
   TRV_putbound(task, TRV_ACC_VAR, 0, TRV_BK_LO, 0, 0);
@@ -268,6 +272,7 @@ TEST_F(Mps, VectorsAndFreeRows) {
   EXPECT_EQ(problem().bl[0], 2);
   EXPECT_EQ(problem().bu[1], 0);
 
+  TRV_putstrparam(task, TRV_SPAR_READ_MPS_RHS_NAME, "");
   const std::string two =
       "ROWS\n N  first\n N  second\n G  c\nCOLUMNS\n    x         first     1              second    2\n"
       "    x         c         3\nRHS\n    r         second    4\nBOUNDS\n";
@@ -372,8 +377,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "CSECTION      k         0              QUAD\n    x\nCSECTION      l         0              QUAD\n"
                 "    x\nENDATA\n",
             TRV_RES_ERR_MPS_CONE_OVERLAP, 10}),
-    [](const auto& info) {
-      std::string name = info.param.what;
+    [](const auto& bad) {
+      std::string name = bad.param.what;
       for (char& c : name)
         if (c == ' ') c = '_';
       return name;
@@ -452,7 +457,9 @@ TEST_F(Mps, RandomProblemsSurviveAtSeventeenDigits) {
     if (!row) {
       TRV_putcj(task, k, real());
       if (k % 3 == 0) TRV_putvartype(task, k, TRV_VAR_TYPE_INT);
-      for (int e = 0; e < 5; ++e) TRV_putaij(task, static_cast<int32_t>(random() % m), k, real());
+      const int32_t sub[] = {k % m, (k + 7) % m, (k + 31) % m};
+      const double val[] = {real(), real(), real()};
+      TRV_putavec(task, TRV_ACC_VAR, k, 3, sub, val);
     }
   }
   const Problem before = problem();
