@@ -451,7 +451,7 @@ TEST_F(Mps, RandomProblemsSurviveAtSeventeenDigits) {
     const bool row = i < m;
     const int32_t k = row ? i : i - m;
     TRV_putname(task, row ? TRV_PI_CON : TRV_PI_VAR, k, ((row ? "row" : "variable no. ") + std::to_string(k)).c_str());
-    const double a = real(), b = row ? std::fabs(a) * 3 + std::fabs(real()) : real();
+    const double a = real(), b = row ? a + std::fabs(real()) : real();
     const int32_t bk = row && i % 5 == TRV_BK_FR ? TRV_BK_RA : i % 5;
     TRV_putbound(task, row ? TRV_ACC_CON : TRV_ACC_VAR, k, bk, a, bk == TRV_BK_FX ? a : b);
     if (!row) {
