@@ -1,6 +1,7 @@
 #include "tarvo/frame.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -40,12 +41,15 @@ void compose(Report* report, int32_t code, va_list args) {
   if (std::vsnprintf(report->body, sizeof report->body, message_template(code), args) < 0) report->body[0] = '\0';
 }
 
+// Several threads may report on one environment.
 bool count_warning(int32_t* warning_count, int32_t code, int32_t maximum) {
-  if (warning_count[code] < INT32_MAX) ++warning_count[code];
-  return warning_count[code] > maximum;
+  const std::atomic_ref<int32_t> count(warning_count[code]);
+  if (count.load(std::memory_order_relaxed) == INT32_MAX) return true;
+  return count.fetch_add(1, std::memory_order_relaxed) >= maximum;
 }
 
 void write_report(StreamBlock* streams, const Report& report, bool located, const Location& at) {
+  const StreamGuard guard(streams);
   const int32_t stream = report.warning ? TRV_STREAM_WRN : TRV_STREAM_ERR;
   streams_write(streams, stream, report.header);
   streams_write(streams, stream, report.body);

@@ -11,21 +11,6 @@
 namespace tarvo {
 namespace {
 
-class Guard {
- public:
-  explicit Guard(StreamBlock* block) : block_(block) {
-    if (block_->has_mutex != 0) pthread_mutex_lock(&block_->mutex);
-  }
-  Guard(const Guard&) = delete;
-  Guard& operator=(const Guard&) = delete;
-  ~Guard() {
-    if (block_->has_mutex != 0) pthread_mutex_unlock(&block_->mutex);
-  }
-
- private:
-  StreamBlock* block_;
-};
-
 // Hands the text on, file first. The function gets a copy, since it may write to this stream itself.
 void empty(Stream* stream) {
   stream->buf[stream->pos] = '\0';
@@ -85,7 +70,7 @@ void streams_release(StreamBlock* block) {
 // A buffer is emptied when something follows a newline or a full buffer; the end of a text counts as something. So
 // text goes over in runs that end with a newline or fill a buffer.
 void streams_write(StreamBlock* block, int32_t whichstream, const char* text) {
-  const Guard guard(block);
+  const StreamGuard guard(block);
   Stream* stream = &block->stream[whichstream];
   Stream* log = &block->stream[TRV_STREAM_LOG];
   for (std::size_t left = std::strlen(text);;) {
@@ -119,14 +104,14 @@ void streams_print(StreamBlock* block, int32_t whichstream, const char* format, 
 }
 
 void streams_flush(StreamBlock* block, int32_t whichstream) {
-  const Guard guard(block);
+  const StreamGuard guard(block);
   Stream* stream = &block->stream[whichstream];
   if (stream->pos > 0) empty(stream);
   if (stream->file != nullptr) std::fflush(stream->file);
 }
 
 void streams_linkfile(StreamBlock* block, int32_t whichstream, const char* filename, bool append) {
-  const Guard guard(block);
+  const StreamGuard guard(block);
   Stream* stream = &block->stream[whichstream];
   char now[64];
   time_text(now);
@@ -144,7 +129,7 @@ void streams_linkfile(StreamBlock* block, int32_t whichstream, const char* filen
 }
 
 void streams_linkfunc(StreamBlock* block, int32_t whichstream, void* handle, TRVstreamfunc func) {
-  const Guard guard(block);
+  const StreamGuard guard(block);
   Stream* stream = &block->stream[whichstream];
   if (stream->func != nullptr) streams_flush(block, whichstream);
   stream->func_handle = handle;
@@ -152,7 +137,7 @@ void streams_linkfunc(StreamBlock* block, int32_t whichstream, void* handle, TRV
 }
 
 void streams_closefiles(StreamBlock* block) {
-  const Guard guard(block);
+  const StreamGuard guard(block);
   for (Stream& stream : block->stream) {
     if (stream.file != nullptr) std::fclose(stream.file);
     stream.file = nullptr;

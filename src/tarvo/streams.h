@@ -33,6 +33,22 @@ struct StreamBlock {
   Stream stream[num_streams];  // TRV_STREAM_LOG, _MSG, _ERR, _WRN; the log receives a copy of the others
 };
 
+// Keeps other threads from writing to an environment's streams for a while; nothing for those of a task.
+class StreamGuard {
+ public:
+  explicit StreamGuard(StreamBlock* block) : block_(block) {
+    if (block_->has_mutex != 0) pthread_mutex_lock(&block_->mutex);
+  }
+  StreamGuard(const StreamGuard&) = delete;
+  StreamGuard& operator=(const StreamGuard&) = delete;
+  ~StreamGuard() {
+    if (block_->has_mutex != 0) pthread_mutex_unlock(&block_->mutex);
+  }
+
+ private:
+  StreamBlock* block_;
+};
+
 // Sets up a zeroed block. A response code.
 int32_t streams_init(StreamBlock* block, bool with_mutex);
 // Flushes everything, closes the linked files and destroys the mutex.

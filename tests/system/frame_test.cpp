@@ -8,6 +8,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tarvo.h"
@@ -281,6 +282,28 @@ TEST_F(Frame, StreamFunctionMayWrite) {
   TRV_echoenv(env, TRV_STREAM_MSG, "once\n");
   EXPECT_EQ(echo.calls, 1);
   EXPECT_EQ(envtext[TRV_STREAM_ERR], Lines{"other\n"});
+}
+
+TEST_F(Frame, EnvironmentServesSeveralThreads) {
+  TRV_putctrlcfunc(env, [](void*) { return 0; }, nullptr);
+  envtext[TRV_STREAM_MSG].clear();
+  const auto work = [this](int which) {
+    for (int k = 0; k < 50; ++k) {
+      TRVtask own = nullptr;
+      EXPECT_EQ(TRV_maketask(env, 10, 10, &own), 0);
+      EXPECT_EQ(TRV_putintparam(own, TRV_IPAR_CHECK_CTRL_C, TRV_ON), 0);
+      TRV_optimize(own);
+      TRV_echoenv(env, TRV_STREAM_MSG, "thread %d round %d\n", which, k);
+      TRV_exceptionenv(env, 51, 1e9, "variable", "x1", 0);
+      EXPECT_EQ(TRV_deletetask(&own), 0);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int which = 0; which < 4; ++which) threads.emplace_back(work, which);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(envtext[TRV_STREAM_MSG].size(), 200U);
+  EXPECT_TRUE(std::all_of(envtext[TRV_STREAM_MSG].begin(), envtext[TRV_STREAM_MSG].end(),
+                          [](const std::string& line) { return line.rfind("thread ", 0) == 0 && line.back() == '\n'; }));
 }
 
 TEST_F(Frame, BadStreamsAreRefusedSilently) {
