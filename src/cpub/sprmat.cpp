@@ -10,7 +10,7 @@ namespace tarvo {
 // The pending elements grow down from the end of the same arrays: top <= capacity - cache_count.
 struct sprmat {
   sysenv* env = nullptr;
-  bool locked = false;
+  int32_t locks = 0;  // how many users of the raw arrays there are
   bool by_rows = false;
   int32_t maxrows = 0, maxcols = 0, numrows = 0, numcols = 0;
   int32_t extra_space = 0;
@@ -237,7 +237,7 @@ bool rebuild_with_room(sprmat* m, int64_t needed) {
 
 int32_t turn(sprmat* m, bool by_rows) {
   if (m->by_rows == by_rows) return SPRMAT_OK;
-  if (m->locked) return SPRMAT_LOCKED;
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (const int32_t code = sprmat_flush(m)) return code;
   unload(m);
   Array<int32_t> begin, end, newsub;
@@ -292,7 +292,7 @@ bool grow_dimension(sprmat* m, int32_t n) {
 
 // Flushes and turns, unless the store is locked: it is then flushed and column-wise already.
 int32_t prepare(sprmat* m, bool by_rows) {
-  if (m->locked) return SPRMAT_OK;
+  if (m->locks > 0) return SPRMAT_OK;
   if (const int32_t code = sprmat_flush(m)) return code;
   return turn(m, by_rows);
 }
@@ -322,9 +322,8 @@ int64_t count_slice(const sprmat* m, bool by_rows, int32_t first, int32_t last) 
   return count;
 }
 
-// Replaces vector v; the value of entry k is values[k], or values[sub[k]] when `dense`.
-int32_t putvec(sprmat* m, bool by_rows, int32_t v, int32_t n, const int32_t* sub, const double* values, bool dense) {
-  if (m->locked) return SPRMAT_LOCKED;
+int32_t putvec(sprmat* m, bool by_rows, int32_t v, int32_t n, const int32_t* sub, const double* val) {
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (const int32_t code = prepare(m, by_rows)) return code;
   if (n > m->room[v] && !make_room(m, v, n, false)) {
     if (!rebuild_with_room(m, int64_t{n} + 1)) return SPRMAT_SPACE;
@@ -334,10 +333,9 @@ int32_t putvec(sprmat* m, bool by_rows, int32_t v, int32_t n, const int32_t* sub
   const int32_t begin = m->ptrb[v];
   int32_t pos = begin;
   for (int32_t k = 0; k < n; ++k) {
-    const double value = values[dense ? sub[k] : k];
-    if (value == 0.0) continue;
+    if (val[k] == 0.0) continue;
     m->sub[pos] = sub[k];
-    m->val[pos++] = value;
+    m->val[pos++] = val[k];
   }
   m->stored += pos - m->ptre[v];
   m->ptre[v] = pos;
@@ -349,7 +347,7 @@ int32_t putlimit(sprmat* m, int32_t limit, bool rows) {
   if (limit == old) return SPRMAT_OK;
   if (limit < (rows ? m->numrows : m->numcols)) return rows ? SPRMAT_MAXROWS : SPRMAT_MAXCOLS;
   if (static_cast<std::size_t>(limit) > m->ptrb.size()) {
-    if (m->locked) return SPRMAT_LOCKED;
+    if (m->locks > 0) return SPRMAT_LOCKED;
     if (rows)
       if (const int32_t code = turn(m, false)) return code;
     if (!grow_dimension(m, limit)) return SPRMAT_SPACE;
@@ -362,7 +360,7 @@ int32_t putlimit(sprmat* m, int32_t limit, bool rows) {
 int32_t append(sprmat* m, int32_t n, bool rows) {
   int32_t& count = rows ? m->numrows : m->numcols;
   if (int64_t{count} + n > (rows ? m->maxrows : m->maxcols)) return rows ? SPRMAT_ROWLIMIT : SPRMAT_COLLIMIT;
-  if (m->locked) return SPRMAT_LOCKED;
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (m->by_rows == rows)
     for (int32_t v = count; v < count + n; ++v) m->ptrb[v] = m->ptre[v] = m->room[v] = 0;
   count += n;
@@ -370,7 +368,7 @@ int32_t append(sprmat* m, int32_t n, bool rows) {
 }
 
 int32_t remove_vectors(sprmat* m, bool by_rows, int32_t n, const int32_t* list) {
-  if (m->locked) return SPRMAT_LOCKED;
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (n <= 0) return SPRMAT_OK;
   if (const int32_t code = prepare(m, by_rows)) return code;
   unload(m);
@@ -436,7 +434,7 @@ int32_t sprmat_putmaxrows(sprmat* m, int32_t maxrows) { return putlimit(m, maxro
 int32_t sprmat_putmaxcols(sprmat* m, int32_t maxcols) { return putlimit(m, maxcols, false); }
 
 int32_t sprmat_resize(sprmat* m, int32_t maxnz) {
-  if (m->locked) return SPRMAT_LOCKED;
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (const int32_t code = sprmat_flush(m)) return code;
   if (maxnz < m->stored) return SPRMAT_CAPACITY;
   const int64_t capacity = int64_t{maxnz} + m->extra_space;
@@ -471,7 +469,7 @@ int32_t sprmat_flush(sprmat* m) {
 }
 
 int32_t sprmat_putelement(sprmat* m, int32_t i, int32_t j, double value) {
-  if (m->locked) return SPRMAT_LOCKED;
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (m->top + 1 >= m->capacity - m->cache_count) {
     if (const int32_t code = sprmat_flush(m)) return code;
     if (m->top + 2 + m->capacity / 8 >= m->capacity && !rebuild_with_room(m, 2) && m->top + 2 >= m->capacity)
@@ -538,21 +536,15 @@ int32_t sprmat_getvec(sprmat* m, bool by_rows, int32_t v, int32_t* length, int32
 }
 
 int32_t sprmat_putcol(sprmat* m, int32_t j, int32_t n, const int32_t* sub, const double* val) {
-  return putvec(m, false, j, n, sub, val, false);
+  return putvec(m, false, j, n, sub, val);
 }
 int32_t sprmat_putrow(sprmat* m, int32_t i, int32_t n, const int32_t* sub, const double* val) {
-  return putvec(m, true, i, n, sub, val, false);
-}
-int32_t sprmat_putcolperm(sprmat* m, int32_t j, int32_t n, const int32_t* sub, const double* dense) {
-  return putvec(m, false, j, n, sub, dense, true);
-}
-int32_t sprmat_putrowperm(sprmat* m, int32_t i, int32_t n, const int32_t* sub, const double* dense) {
-  return putvec(m, true, i, n, sub, dense, true);
+  return putvec(m, true, i, n, sub, val);
 }
 
 int32_t sprmat_loadcols(sprmat* m, int32_t first, int32_t num, const int32_t* ptrb, const int32_t* ptre,
                         const int32_t* sub, const double* val, double tol) {
-  if (m->locked) return SPRMAT_LOCKED;
+  if (m->locks > 0) return SPRMAT_LOCKED;
   if (const int32_t code = prepare(m, false)) return code;
   int64_t total = 0;
   for (int32_t k = 0; k < num; ++k) total += ptre[k] - ptrb[k];
@@ -641,14 +633,13 @@ int32_t sprmat_gettriplets(sprmat* m, bool by_rows, int32_t first, int32_t last,
 }
 
 int32_t sprmat_getraw(sprmat* m, SprmatRaw* raw) {
-  if (m->locked) return SPRMAT_LOCKED;
   if (const int32_t code = prepare(m, false)) return code;
-  m->locked = true;
+  ++m->locks;
   *raw = {m->ptrb.data(), m->ptre.data(), m->sub.data(), m->val.data()};
   return SPRMAT_OK;
 }
 
-void sprmat_releaseraw(sprmat* m) { m->locked = false; }
-bool sprmat_islocked(const sprmat* m) { return m->locked; }
+void sprmat_releaseraw(sprmat* m) { --m->locks; }
+bool sprmat_islocked(const sprmat* m) { return m->locks > 0; }
 
 }  // namespace tarvo

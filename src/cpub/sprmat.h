@@ -62,9 +62,6 @@ int32_t sprmat_getvec(sprmat* m, bool by_rows, int32_t v, int32_t* length, int32
 // Replaces a vector by n pairs, no index twice; zeros are dropped.
 int32_t sprmat_putcol(sprmat* m, int32_t j, int32_t n, const int32_t* sub, const double* val);
 int32_t sprmat_putrow(sprmat* m, int32_t i, int32_t n, const int32_t* sub, const double* val);
-// The same with the value of index sub[k] at dense[sub[k]].
-int32_t sprmat_putcolperm(sprmat* m, int32_t j, int32_t n, const int32_t* sub, const double* dense);
-int32_t sprmat_putrowperm(sprmat* m, int32_t i, int32_t n, const int32_t* sub, const double* dense);
 // Fills the empty columns first..first+num) in one pass: column first+k is the entries ptrb[k]..ptre[k] of sub and val
 // without those of a magnitude below `tol`.
 int32_t sprmat_loadcols(sprmat* m, int32_t first, int32_t num, const int32_t* ptrb, const int32_t* ptre,
@@ -88,8 +85,8 @@ int32_t sprmat_getslice(sprmat* m, bool by_rows, int32_t first, int32_t last, in
 int32_t sprmat_gettriplets(sprmat* m, bool by_rows, int32_t first, int32_t last, int32_t size, int32_t* free,
                            int32_t* subi, int32_t* subj, double* val);
 
-// Lends out the columns: column j is sub/val[ptrb[j]..ptre[j]). Until sprmat_releaseraw every change is refused, and
-// rows are served by searching the columns instead of turning.
+// Lends out the columns: column j is sub/val[ptrb[j]..ptre[j]). Until the last sprmat_releaseraw every change is
+// refused, and rows are served by searching the columns instead of turning.
 struct SprmatRaw {
   const int32_t* ptrb;
   const int32_t* ptre;

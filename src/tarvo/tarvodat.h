@@ -12,8 +12,8 @@ inline bool has_lower(int32_t bk) { return bk == TRV_BK_LO || bk == TRV_BK_RA ||
 inline bool has_upper(int32_t bk) { return bk == TRV_BK_UP || bk == TRV_BK_RA || bk == TRV_BK_FX; }
 
 // A read-only view of the columns of A while an optimiser runs: column j is sub/val[ptrb[j]..ptre[j]).
-// The matrix is flushed and column-wise. Until data_unlock every call that changes it or the size of the problem is
-// refused with TRV_RES_ERR_INTERNAL; a second data_lock too.
+// The matrix is flushed and column-wise. Until the last data_unlock every call that changes it or the size of the
+// problem is refused with TRV_RES_ERR_INTERNAL; reading calls may lock it again.
 struct ColumnView {
   const int32_t* ptrb;
   const int32_t* ptre;

@@ -303,6 +303,7 @@ int32_t TRV_checkconvexity(TRVtask task) {
 
 int32_t TRV_optimize(TRVtask task) {
   int32_t response = task_check(task);
+  if (response == TRV_RES_OK) response = data_checkunlocked(task);  // not from its own call-back
   if (response != TRV_RES_OK) return response;
   ++task->num_optimizations;
   response = task_optimize(task);
