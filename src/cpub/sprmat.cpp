@@ -44,6 +44,7 @@ namespace {
 
 constexpr int32_t max_capacity = INT32_MAX - 1;
 constexpr int32_t absent_seen = INT32_MIN;  // in place[]: not in the vector, but in its list
+constexpr int32_t warm_block = 32;          // vectors whose lists are walked together
 constexpr int32_t long_list = 32;           // a look-up that passes so many pending elements merges them
 
 int32_t num_vectors(const sprmat* m) { return m->by_rows ? m->numrows : m->numcols; }
@@ -157,6 +158,24 @@ bool make_room(sprmat* m, int32_t v, int32_t length, bool slack) {
   return true;
 }
 
+// Walks the lists of some vectors in step, so that their cache misses overlap: the elements lie all over the cache,
+// and the merge that follows would wait for each of them.
+void warm_lists(const sprmat* m, int32_t first, int32_t last) {
+  int32_t p[warm_block];
+  int32_t active = 0;
+  for (int32_t v = first; v < last; ++v)
+    if (m->cache_head[v] > 0) p[active++] = m->cache_head[v];
+  while (active > 0) {
+    int32_t left = 0;
+    for (int32_t k = 0; k < active; ++k) {
+      __builtin_prefetch(m->val.data() + p[k]);
+      __builtin_prefetch(m->place.data() + m->sub[p[k]], 1);
+      if (const int32_t next = m->cache_next[p[k]]; next > 0) p[left++] = next;
+    }
+    active = left;
+  }
+}
+
 // New arrays of the given capacity with all vectors in order and without holes, the pending elements merged.
 // False when out of memory, nothing being changed.
 bool rebuild(sprmat* m, int32_t capacity) {
@@ -169,6 +188,7 @@ bool rebuild(sprmat* m, int32_t capacity) {
   const int32_t n = num_vectors(m);
   int32_t pos = 0;
   for (int32_t v = 0; v < n; ++v) {
+    if (pending && v % warm_block == 0) warm_lists(m, v, std::min(v + warm_block, n));
     int32_t length = m->ptre[v] - m->ptrb[v];
     int32_t* sub = newsub.data() + pos;
     double* val = newval.data() + pos;
