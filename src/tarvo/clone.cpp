@@ -112,15 +112,23 @@ bool copy_data(Task* to, Task* from) {
   return true;
 }
 
+// The capacity of the matrix without the extra space that a change of it adds.
+bool copy_capacity(Task* to, const Task* from) {
+  if (from->a == nullptr) return true;
+  sprmat_putextra(to->a, 0);
+  const bool made = sprmat_resize(to->a, sprmat_getmaxnz(from->a)) == SPRMAT_OK;
+  sprmat_putextra(to->a, to->maxnumcon);
+  return made;
+}
+
 // The capacities are kept, too: the arrays of the copy are as long as those of the task.
-int32_t copy_sizes(Task* to, Task* from) {
-  int32_t maxnumanz = 0;
-  int32_t rc = TRV_getmaxnumanz(from, &maxnumanz);
-  if (rc == TRV_RES_OK) rc = TRV_putmaxnumanz(to, maxnumanz);
+int32_t copy_sizes(Task* to, const Task* from) {
+  int32_t rc = TRV_putmaxnumanz(to, 0);
   if (rc == TRV_RES_OK) rc = TRV_putmaxnumcone(to, from->maxnumcone);
   if (rc == TRV_RES_OK) rc = TRV_putmaxnumqnz(to, from->quad.maxnumqnz);
   if (rc == TRV_RES_OK) rc = TRV_append(to, TRV_ACC_CON, from->numcon);
   if (rc == TRV_RES_OK) rc = TRV_append(to, TRV_ACC_VAR, from->numvar);
+  if (rc == TRV_RES_OK && !copy_capacity(to, from)) rc = TRV_RES_ERR_SPACE;
   return rc;
 }
 
