@@ -74,20 +74,22 @@ bool parse_number(MpsText* text, std::string_view token, double* value) {
     *value = 0.0;
     return true;
   }
-  if (token.find(' ') != std::string_view::npos) {
-    std::size_t n = 0;
+  const char* last = token.data() + token.size();
+  const char* stop = num_scan(token.data(), last, value);
+  if (stop != last && token.find(' ') != std::string_view::npos) {
+    char* digits = text->digits;
     for (const char c : token) {
       if (c == ' ') continue;
-      if (n == sizeof(text->digits)) return false;
-      text->digits[n++] = c;
+      if (digits == text->digits + sizeof(text->digits)) return false;
+      *digits++ = c;
     }
-    token = {text->digits, n};
+    token = {text->digits, static_cast<std::size_t>(digits - text->digits)};
+    last = digits;
+    stop = num_scan(token.data(), last, value);
   }
-  const char* const last = token.data() + token.size();
-  const char* const stop = num_scan(token.data(), last, value);
   if (stop == last) {
     *value += 0.0;  // no negative zeros
-    return std::memchr(token.data(), 'd', token.size()) == nullptr;
+    return token.find('d') == std::string_view::npos;
   }
   const bool negative = token.front() == '-';
   if (negative || token.front() == '+') token.remove_prefix(1);

@@ -37,6 +37,14 @@ struct Vector {
   int32_t state;              // 0 nothing selected yet, 1 in the selected vector, 2 in another one behind it
 };
 
+// The rows with names of at most 8 bytes, nearly all: one probe of a flat table finds them, where the name store needs
+// a bucket, an offset and a text. Empty when there was no memory for it.
+struct ShortNames {
+  Array<uint64_t> key;  // the bytes of a name, padded by zeros; 0 is an empty place
+  Array<int32_t> row;
+  uint64_t mask;
+};
+
 struct Reader {
   Task* task;
   MpsText text;
@@ -47,7 +55,8 @@ struct Reader {
   bool keep_free;
   int32_t obj_row;
   double cfix;
-  int32_t con_hint, var_hint;   // the rows and variables found last: the next search is often for their successor
+  int32_t con_hint, var_hint;  // the rows and variables found last: the next search is often for their successor
+  ShortNames short_rows;
   Array<int32_t> ptr, sub;      // the columns, [numvar + 1] and [anz]
   Array<double> val;            // [anz]
   Array<int32_t> place;         // [numcon] 1 + the place of a row's element in the column that is open, else 0
@@ -182,6 +191,36 @@ int32_t count_sizes(Reader* r) {
   return TRV_RES_OK;
 }
 
+constexpr std::size_t short_name = sizeof(uint64_t);
+
+uint64_t short_key(std::string_view name) {
+  uint64_t key = 0;
+  std::memcpy(&key, name.data(), name.size());
+  return key;
+}
+
+// The place of a key, or the empty place where it belongs.
+std::size_t short_place(const ShortNames& table, uint64_t key) {
+  uint64_t k = ((key * 0x9E3779B97F4A7C15u) >> 32) & table.mask;  // multiplicative hashing by the golden ratio
+  while (table.key[k] != key && table.key[k] != 0) k = (k + 1) & table.mask;
+  return k;
+}
+
+void make_short_rows(Reader* r) {
+  const auto numcon = static_cast<std::size_t>(r->task->numcon);
+  std::size_t size = 16;
+  while (size < 2 * numcon) size *= 2;
+  if (!r->short_rows.row.alloc(r->task->sys, size) || !r->short_rows.key.alloc(r->task->sys, size, Fill::zero)) return;
+  r->short_rows.mask = size - 1;
+  for (int32_t i = 0; i < r->task->numcon; ++i) {
+    const std::string_view name = item_name(r->task, TRV_PI_CON, i);
+    if (name.size() > short_name) continue;
+    const std::size_t k = short_place(r->short_rows, short_key(name));
+    r->short_rows.key[k] = short_key(name);
+    r->short_rows.row[k] = i;
+  }
+}
+
 // The index of a name, or -1.
 int32_t find_item(Reader* r, int32_t kind, std::string_view name, int32_t* hint) {
   const int32_t count = kind == TRV_PI_CON ? r->task->numcon : r->task->numvar;
@@ -192,7 +231,12 @@ int32_t find_item(Reader* r, int32_t kind, std::string_view name, int32_t* hint)
 }
 
 int32_t find_row(Reader* r, std::string_view name, int32_t* row) {
-  *row = find_item(r, TRV_PI_CON, name, &r->con_hint);
+  if (!name.empty() && name.size() <= short_name && !r->short_rows.key.empty()) {
+    const std::size_t k = short_place(r->short_rows, short_key(name));
+    *row = r->short_rows.key[k] == 0 ? -1 : r->short_rows.row[k];
+  } else {
+    *row = find_item(r, TRV_PI_CON, name, &r->con_hint);
+  }
   if (*row != -1) return TRV_RES_OK;
   return fail(r, "the name of a row of the ROWS section",
               report<TRV_RES_ERR_MPS_UNDEF_CON_NAME>(r->task, static_cast<const char*>(Shown(name))));
@@ -317,7 +361,9 @@ int32_t read_rows(Reader* r) {
     if (named != TRV_RES_OK) return out_of_space(r);
     return bk == TRV_BK_FR ? (++row, int32_t{TRV_RES_OK}) : TRV_putbound(task, TRV_ACC_CON, row++, bk, 0.0, 0.0);
   });
-  return res != TRV_RES_OK ? res : choose_objective(r);
+  if (res != TRV_RES_OK) return res;
+  make_short_rows(r);
+  return choose_objective(r);
 }
 
 // The columns as they are read, the elements of rows that will go left out.
