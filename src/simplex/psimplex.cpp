@@ -70,6 +70,14 @@ bool make_exact(PrimalSimplex* s) {
   return false;
 }
 
+// The dual tolerance of the last iterations: many small reduced costs can hide more of the objective than the caller
+// would accept, but below the noise of the multipliers there is nothing to find.
+double tight_tols(const PrimalSimplex* s) {
+  double largest = 0.0;
+  for (int32_t i = 0; i < s->m; ++i) largest = std::max(largest, std::fabs(s->y[i]));
+  return std::min(s->par->tols[SIM_PRIMAL], std::max(1e-9, 1e-14 * largest));
+}
+
 // No candidate is left. True when the run is final.
 bool no_candidate(PrimalSimplex* s) {
   if (!make_exact(s)) return false;
@@ -92,8 +100,8 @@ bool no_candidate(PrimalSimplex* s) {
       s->recompute = s->boundsmoved = true;
       return false;
     }
-    if (s->tols > 1e-9) {  // a last look with a tight tolerance before the problem is called infeasible
-      s->tols = 1e-9;
+    if (s->tols > tight_tols(s)) {  // a last look before the problem is called infeasible
+      s->tols = tight_tols(s);
       s->candvalid = false;
       return false;
     }
@@ -103,6 +111,11 @@ bool no_candidate(PrimalSimplex* s) {
   }
   if (s->perturbed) {
     psimplex_removeperturb(s);
+    return false;
+  }
+  if (s->tols > tight_tols(s)) {
+    s->tols = tight_tols(s);
+    s->candvalid = false;
     return false;
   }
   if (psimplex_rmsuperbasics(s) > 0) {
