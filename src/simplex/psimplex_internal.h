@@ -105,6 +105,8 @@ struct PrimalSimplex {
   int32_t *cand = nullptr, numcand = 0;
   int8_t* incand = nullptr;
   double cutoff = 0.0;
+  int32_t listsize = 64;         // wanted length of the list
+  int64_t passiter = 0;          // iteration of the last full pass
   bool candvalid = false;
   double* merit = nullptr;    // scratch of a full pass
   int32_t cursor = 0;         // partial pricing: where the circular scan goes on

@@ -13,8 +13,7 @@ namespace tarvo {
 
 namespace {
 
-constexpr int32_t list_target = 64;  // candidates that a full pass looks for
-constexpr int32_t list_limit = 512;  // beyond it, a full pass makes a shorter list
+constexpr int32_t min_listsize = 32, max_listsize = 4096;
 
 double merit_of(const PrimalSimplex* s, int32_t j) {
   const double v = ps_dualinf(s, j);
@@ -26,10 +25,18 @@ void clear_list(PrimalSimplex* s) {
   s->numcand = 0;
 }
 
-// Full pass: the candidates with the largest merits, at least list_target of them if there are so many, told apart by
-// the exponent of the merit. cutoff := the largest merit of those left out.
+// Full pass: the candidates with the largest merits, at least s->listsize of them if there are so many, told apart by
+// the exponent of the merit. cutoff := the largest merit of those left out. The size of the list balances its scan in
+// every iteration with the full passes.
 void full_pass(PrimalSimplex* s) {
   clear_list(s);
+  const int64_t scanned = (s->iter - s->passiter) * s->listsize;
+  s->passiter = s->iter;
+  if (2 * scanned < s->nn) {
+    s->listsize = std::min(2 * s->listsize, max_listsize);
+  } else if (scanned > 2 * int64_t{s->nn}) {
+    s->listsize = std::max(s->listsize / 2, min_listsize);
+  }
   int32_t count[2048] = {};
   auto exponent = [](double v) { return static_cast<int32_t>(std::bit_cast<uint64_t>(v) >> 52); };
   int32_t top = 0;
@@ -43,12 +50,12 @@ void full_pass(PrimalSimplex* s) {
     }
   }
   int32_t level = top, total = count[top];
-  while (level > 0 && total < list_target) total += count[--level];
+  while (level > 0 && total < s->listsize) total += count[--level];
   s->cutoff = 0.0;
   for (int32_t j = 0; j < s->nn; ++j) {
     const double v = s->merit[j];
     if (!(v > 0.0)) continue;
-    if (exponent(v) >= level && s->numcand < list_limit / 2) {
+    if (exponent(v) >= level && s->numcand < 4 * s->listsize) {
       s->cand[s->numcand++] = j;
       s->incand[j] = 1;
     } else {
@@ -165,7 +172,7 @@ void psimplex_exactweights(PrimalSimplex* s) {
 int32_t psimplex_select(PrimalSimplex* s) {
   if (s->method == PS_PARTIAL) return select_partial(s);
   for (int pass = 0;; ++pass) {
-    if (!s->candvalid || s->numcand > list_limit) {
+    if (!s->candvalid || s->numcand > 8 * s->listsize) {
       full_pass(s);
       pass = 1;
     }
