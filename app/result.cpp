@@ -213,7 +213,7 @@ void write_table(const Session& session, const Result& result, const std::string
         std::fprintf(out, "%10d %-24s %2s %24.17g %14.8g %14.8g", index,
                      name_of(task, con ? TRV_PI_CON : TRV_PI_VAR, index).c_str(), key, x[i],
                      has_lower ? lower[i] : -INFINITY, has_upper ? upper[i] : INFINITY);
-        if (r.has_dual) std::fprintf(out, " %24.17g", sl[i] - su[i]);
+        if (r.has_dual) std::fprintf(out, " %24.17g", sl[i] - su[i] + 0.0 /* no -0 */);
         std::fputc('\n', out);
       }
     }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace app {
@@ -101,7 +102,10 @@ void Session::on_error(void* handle, const char* text) {
 void Session::on_warning(void* handle, const char* text) {
   auto* self = static_cast<Session*>(handle);
   self->echo_ = text;
-  std::fprintf(stderr, "tarvo: %s", text);
+  // "TARVO Warning 53     : A large ..."
+  const std::string_view line(text);
+  const auto colon = line.starts_with("TARVO Warning") ? line.find(": ") : line.npos;
+  std::fprintf(stderr, "tarvo: warning: %s", colon == line.npos ? text : text + colon + 2);
 }
 
 void Session::log(const std::string& line) {
