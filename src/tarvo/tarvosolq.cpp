@@ -1,5 +1,6 @@
 // The exported calls that put and query solutions; the measures of a solution are in tarvosolinf.cpp.
 #include "tarvo/frame.h"
+#include "tarvo/tarvodat.h"
 #include "tarvo/tarvosol.h"
 
 namespace tarvo {
@@ -104,7 +105,8 @@ int32_t TRV_undefsolution(TRVtask task, int32_t whichsol) {
 }
 
 int32_t TRV_deletesolution(TRVtask task, int32_t whichsol) {
-  const int32_t response = check_call(task, whichsol);
+  int32_t response = check_call(task, whichsol);
+  if (response == TRV_RES_OK) response = data_checkunlocked(task);  // an optimiser writes into it
   if (response == TRV_RES_OK) sol_delete(task, whichsol);
   return response;
 }

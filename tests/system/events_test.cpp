@@ -107,6 +107,9 @@ TEST_F(Events, CallbackCannotPullTheTaskAway) {
     EXPECT_NE(TRV_resizetask(self, 0, 0, 0, 0, 0), 0);
     EXPECT_NE(TRV_append(self, TRV_ACC_VAR, 1000), 0);
     EXPECT_NE(TRV_optimize(self), 0);
+    EXPECT_NE(TRV_deletesolution(self, TRV_SOL_BAS), 0);
+    TRV_undefsolution(self, TRV_SOL_BAS);
+    TRV_setdefaults(self);
     int32_t count = 0;
     int32_t sub[4];
     double val[4];
