@@ -236,8 +236,10 @@ bool flush_in_place(sprmat* m) {
   int32_t left = 0;
   for (int32_t k = 0; k < m->num_touched; ++k) {
     const int32_t v = m->touched[k];
-    if (m->cache_head[v] > 0 && !flush_vector(m, v)) m->touched[left++] = v;
-    else m->cache_head[v] = 0;
+    if (m->cache_head[v] > 0 && !flush_vector(m, v))
+      m->touched[left++] = v;
+    else
+      m->cache_head[v] = 0;
   }
   m->num_touched = left;
   if (left > 0) return false;
@@ -327,8 +329,10 @@ void each_element(const sprmat* m, bool by_rows, int32_t first, int32_t last, F 
   for (int32_t v = begin; v < end; ++v) {
     for (int32_t k = m->ptrb[v]; k < m->ptre[v]; ++k) {
       const int32_t i = m->sub[k];
-      if (!across) f(v, i, m->val[k]);
-      else if (i >= first && i < last) f(i, v, m->val[k]);
+      if (!across)
+        f(v, i, m->val[k]);
+      else if (i >= first && i < last)
+        f(i, v, m->val[k]);
     }
   }
 }
@@ -495,8 +499,7 @@ int32_t sprmat_putelement(sprmat* m, int32_t i, int32_t j, double value) {
     if (m->top + 2 + m->capacity / 8 >= m->capacity && !rebuild_with_room(m, 2) && m->top + 2 >= m->capacity)
       return SPRMAT_SPACE;
   }
-  if (m->cache_next.empty() && !m->cache_next.alloc(m->env, static_cast<std::size_t>(m->capacity)))
-    return SPRMAT_SPACE;
+  if (m->cache_next.empty() && !m->cache_next.alloc(m->env, static_cast<std::size_t>(m->capacity))) return SPRMAT_SPACE;
   const int32_t v = m->by_rows ? i : j;
   const int32_t p = m->capacity - ++m->cache_count;
   m->sub[p] = m->by_rows ? j : i;
@@ -600,9 +603,8 @@ int32_t sprmat_getnumnzslice(sprmat* m, int32_t first_row, int32_t last_row, int
     std::swap(first_row, first_col);
     std::swap(last_row, last_col);
   }
-  each_element(m, m->by_rows, first_col, last_col, [&](int32_t, int32_t i, double) {
-    *count += static_cast<int64_t>(i >= first_row && i < last_row);
-  });
+  each_element(m, m->by_rows, first_col, last_col,
+               [&](int32_t, int32_t i, double) { *count += static_cast<int64_t>(i >= first_row && i < last_row); });
   return SPRMAT_OK;
 }
 

@@ -37,11 +37,9 @@ sprmat* matrix_open(Task* task) {
     sprmat_appendcols(task->a, task->numvar);
   }
   if (sprmat_getnumrows(task->a) != task->numcon) [[unlikely]]
-    task_fatal(task, Location::current(), "Mismatch numcon: %d numrow: %d\n", task->numcon,
-               sprmat_getnumrows(task->a));
+    task_fatal(task, Location::current(), "Mismatch numcon: %d numrow: %d\n", task->numcon, sprmat_getnumrows(task->a));
   if (sprmat_getnumcols(task->a) != task->numvar) [[unlikely]]
-    task_fatal(task, Location::current(), "Mismatch numvar: %d numcol: %d\n", task->numvar,
-               sprmat_getnumcols(task->a));
+    task_fatal(task, Location::current(), "Mismatch numvar: %d numcol: %d\n", task->numvar, sprmat_getnumcols(task->a));
   sprmat_putdoubletrh(task->a, task->ipar[TRV_IPAR_MAXNUMANZ_DOUBLE_TRH]);
   return task->a;
 }
@@ -100,8 +98,10 @@ int32_t lower_statuses(Task* task, int32_t accmode, int32_t i, int32_t n, const 
 struct ArgumentText {
   char text[64];
   ArgumentText(int32_t list_position, int32_t k) {
-    if (list_position < 0) std::snprintf(text, sizeof text, "asub[%d]", k);
-    else std::snprintf(text, sizeof text, "(asub+aptrb[%d])[%d]", list_position, k);
+    if (list_position < 0)
+      std::snprintf(text, sizeof text, "asub[%d]", k);
+    else
+      std::snprintf(text, sizeof text, "(asub+aptrb[%d])[%d]", list_position, k);
   }
 };
 
@@ -177,8 +177,8 @@ int32_t saturated(int64_t count) { return count > INT32_MAX ? INT32_MAX : static
 
 int32_t count_slice(Task* task, int32_t firsti, int32_t lasti, int32_t firstj, int32_t lastj, int32_t* numnz) {
   int64_t count = 0;
-  const int32_t rc = with_matrix(
-      task, [&](sprmat* a) { return sprmat_getnumnzslice(a, firsti, lasti, firstj, lastj, &count); });
+  const int32_t rc =
+      with_matrix(task, [&](sprmat* a) { return sprmat_getnumnzslice(a, firsti, lasti, firstj, lastj, &count); });
   *numnz = saturated(count);
   return rc;
 }
@@ -198,8 +198,8 @@ int32_t data_loadcolumns(Task* task, int32_t first, int32_t num, const int32_t* 
       small += static_cast<int32_t>(std::fabs(val[t]) <= tol);
     }
   }
-  const int32_t rc = with_matrix(
-      task, [&](sprmat* a) { return sprmat_loadcols(a, first, num, ptrb, ptre, sub, val, tol); });
+  const int32_t rc =
+      with_matrix(task, [&](sprmat* a) { return sprmat_loadcols(a, first, num, ptrb, ptre, sub, val, tol); });
   if (rc != TRV_RES_OK) return rc;
   for (int32_t k = 0; k < num && any_defined(task); ++k) sol_changeaij(task, first + k);
   return warn_small(task, small);
@@ -260,8 +260,8 @@ int32_t TRV_putaveclist(TRVtask task, int32_t accmode, int32_t num, const int32_
     if (aptrb[k] < 0) return report<TRV_RES_ERR_IN_ARGUMENT>(task, "aptrb");
     if (aptrb[k] < aptre[k])
       if (const int32_t rc = check_pointers(task, {{"asub", asub}, {"aval", aval}})) return rc;
-    const int32_t rc = put_vector(task, accmode, sub[k], aptre[k] - aptrb[k], asub + aptrb[k], aval + aptrb[k], k,
-                                  &small);
+    const int32_t rc =
+        put_vector(task, accmode, sub[k], aptre[k] - aptrb[k], asub + aptrb[k], aval + aptrb[k], k, &small);
     if (rc != TRV_RES_OK) return rc;
   }
   return warn_small(task, small);
@@ -276,8 +276,7 @@ int32_t TRV_getavec(TRVtask task, int32_t accmode, int32_t i, int32_t* nzi, int3
   if (const int32_t rc = task_check(task)) return rc;
   if (const int32_t rc = check_accmode(task, accmode)) return rc;
   if (const int32_t rc = check_index(task, "i", accmode, i)) return rc;
-  return with_matrix(task,
-                     [&](sprmat* a) { return sprmat_getvec(a, accmode == TRV_ACC_CON, i, nzi, subi, vali); });
+  return with_matrix(task, [&](sprmat* a) { return sprmat_getvec(a, accmode == TRV_ACC_CON, i, nzi, subi, vali); });
 }
 
 // ---- Slices -------------------------------------------------------------------------------------------------------
@@ -315,8 +314,7 @@ int32_t TRV_getaslicetrip(TRVtask task, int32_t accmode, int32_t first, int32_t 
   });
 }
 
-int32_t TRV_getapiecenumnz(TRVtask task, int32_t firsti, int32_t lasti, int32_t firstj, int32_t lastj,
-                           int32_t* numnz) {
+int32_t TRV_getapiecenumnz(TRVtask task, int32_t firsti, int32_t lasti, int32_t firstj, int32_t lastj, int32_t* numnz) {
   if (const int32_t rc = check_reader(task, "numnz", numnz)) return rc;
   if (firsti < 0 || firsti > task->numcon) return report<TRV_RES_ERR_FIRSTI>(task, firsti);
   if (lasti < firsti || lasti > task->numcon) return report<TRV_RES_ERR_LASTI>(task, lasti);

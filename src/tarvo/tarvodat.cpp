@@ -108,10 +108,8 @@ int32_t put_maxnumcon(Task* task, int32_t n) {
   if (const int32_t rc = data_checkunlocked(task)) return rc;
   names_dropmap(task, TRV_PI_CON);
   Member<double> doubles[] = {{&task->cc, false}, {&task->blc, false}, {&task->buc, false}};
-  Member<int32_t> ints[] = {{&task->bkc, false},
-                            {&task->names.conname, false},
-                            {&task->quad.qconbegin, true},
-                            {&task->quad.qconend, true}};
+  Member<int32_t> ints[] = {
+      {&task->bkc, false}, {&task->names.conname, false}, {&task->quad.qconbegin, true}, {&task->quad.qconend, true}};
   if (!make_family(task, doubles, ints, n, task->numcon) ||
       (task->a != nullptr && sprmat_putmaxrows(task->a, n) != SPRMAT_OK) ||
       sol_recapacity(task, n, task->maxnumvar, task->maxnumcone) != TRV_RES_OK)
@@ -283,8 +281,8 @@ int32_t TRV_append(TRVtask task, int32_t accmode, int32_t num) {
     if (const int32_t rc = con ? put_maxnumcon(task, grown) : put_maxnumvar(task, grown)) return rc;
   }
   if (task->a != nullptr) {
-    const int32_t rc = with_matrix(
-        task, [&](sprmat* a) { return con ? sprmat_appendrows(a, num) : sprmat_appendcols(a, num); });
+    const int32_t rc =
+        with_matrix(task, [&](sprmat* a) { return con ? sprmat_appendrows(a, num) : sprmat_appendcols(a, num); });
     if (rc != TRV_RES_OK) return rc;
   }
   if (con) {
@@ -325,9 +323,8 @@ int32_t TRV_remove(TRVtask task, int32_t accmode, int32_t num, const int32_t* su
     if (keep.data()[k] == 0) keep.data()[k] = kept++;
 
   if (task->a != nullptr) {
-    rc = with_matrix(task, [&](sprmat* a) {
-      return con ? sprmat_removerows(a, num, sub) : sprmat_removecols(a, num, sub);
-    });
+    rc = with_matrix(task,
+                     [&](sprmat* a) { return con ? sprmat_removerows(a, num, sub) : sprmat_removecols(a, num, sub); });
     if (rc != TRV_RES_OK) return rc;
   }
   names_dropmap(task, accmode);

@@ -11,9 +11,7 @@ namespace {
 
 int32_t num_members(const Task* task, int32_t k) { return task->cones.coneend[k] - task->cones.conebegin[k]; }
 
-const char* cone_name(const Task* task, int32_t k) {
-  return k < task->numcone ? item_name(task, TRV_PI_CONE, k) : "";
-}
+const char* cone_name(const Task* task, int32_t k) { return k < task->numcone ? item_name(task, TRV_PI_CONE, k) : ""; }
 
 // Checks the type and the members of cone k, which may be the next one to come.
 int32_t check_cone(Task* task, int32_t k, int32_t conetype, int32_t nummem, const int32_t* submem,
@@ -196,8 +194,7 @@ int32_t TRV_appendcone(TRVtask task, int32_t conetype, double conepar, int32_t n
   return TRV_RES_OK;
 }
 
-int32_t TRV_putcone(TRVtask task, int32_t k, int32_t conetype, double conepar, int32_t nummem,
-                    const int32_t* submem) {
+int32_t TRV_putcone(TRVtask task, int32_t k, int32_t conetype, double conepar, int32_t nummem, const int32_t* submem) {
   if (const int32_t rc = task_check(task)) return rc;
   if (const int32_t rc = check_writing(task, k)) return rc;
   if (const int32_t rc = check_cone(task, k, conetype, nummem, submem)) return rc;

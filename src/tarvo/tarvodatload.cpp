@@ -47,8 +47,8 @@ using namespace tarvo;
 
 int32_t TRV_inputdata(TRVtask task, int32_t maxnumcon, int32_t maxnumvar, int32_t numcon, int32_t numvar,
                       const double* c, double cfix, const int32_t* aptrb, const int32_t* aptre, const int32_t* asub,
-                      const double* aval, const int32_t* bkc, const double* blc, const double* buc,
-                      const int32_t* bkx, const double* blx, const double* bux) {
+                      const double* aval, const int32_t* bkc, const double* blc, const double* buc, const int32_t* bkx,
+                      const double* blx, const double* bux) {
   if (const int32_t rc = task_check(task)) return rc;
   if (const int32_t rc = data_checkunlocked(task)) return rc;
   if (numcon < 0) return report<TRV_RES_ERR_IN_ARGUMENT>(task, "numcon");
@@ -58,14 +58,13 @@ int32_t TRV_inputdata(TRVtask task, int32_t maxnumcon, int32_t maxnumvar, int32_
   if (numcon > 0)
     if (const int32_t rc = check_pointers(task, {{"bkc", bkc}, {"blc", blc}, {"buc", buc}})) return rc;
   if (numvar > 0) {
-    const int32_t rc = check_pointers(
-        task, {{"c", c}, {"bkx", bkx}, {"blx", blx}, {"bux", bux}, {"aptrb", aptrb}, {"aptre", aptre}});
+    const int32_t rc =
+        check_pointers(task, {{"c", c}, {"bkx", bkx}, {"blx", blx}, {"bux", bux}, {"aptrb", aptrb}, {"aptre", aptre}});
     if (rc != TRV_RES_OK) return rc;
   }
   int64_t numanz = 0;
   if (const int32_t rc = check_columns(task, numcon, numvar, aptrb, aptre, asub, aval, &numanz)) return rc;
-  const int32_t rc =
-      clear_and_size(task, maxnumcon, maxnumvar, numcon, numvar, static_cast<int32_t>(numanz));
+  const int32_t rc = clear_and_size(task, maxnumcon, maxnumvar, numcon, numvar, static_cast<int32_t>(numanz));
   if (rc != TRV_RES_OK) return rc;
   task->cfix = cfix;
   for (int32_t j = 0; j < numvar; ++j)
@@ -81,8 +80,8 @@ int32_t TRV_appendvars(TRVtask task, int32_t num, const double* c, const int32_t
   if (const int32_t rc = task_check(task)) return rc;
   if (num < 0) return report<TRV_RES_ERR_IN_ARGUMENT>(task, "num");
   if (num == 0) return TRV_RES_OK;
-  const int32_t args = check_pointers(
-      task, {{"c", c}, {"aptrb", aptrb}, {"aptre", aptre}, {"bkx", bkx}, {"blx", blx}, {"bux", bux}});
+  const int32_t args =
+      check_pointers(task, {{"c", c}, {"aptrb", aptrb}, {"aptre", aptre}, {"bkx", bkx}, {"blx", blx}, {"bux", bux}});
   if (args != TRV_RES_OK) return args;
   const int32_t first = task->numvar;
   if (const int32_t rc = TRV_append(task, TRV_ACC_VAR, num)) return rc;

@@ -26,8 +26,7 @@ void print_bounds(Task* task, int32_t stream, int32_t accmode, int32_t first, in
 
 void print_terms(Task* task, int32_t stream, int32_t begin, int32_t end) {
   const QuadStore& q = task->quad;
-  for (int32_t t = begin; t < end; ++t)
-    task_print(task, stream, " %e[%d,%d]\n", q.qval[t], q.qsubi[t], q.qsubj[t]);
+  for (int32_t t = begin; t < end; ++t) task_print(task, stream, " %e[%d,%d]\n", q.qval[t], q.qsubi[t], q.qsubj[t]);
 }
 
 // Columns with their elements in the given rows, of a matrix that is column-wise.
@@ -54,8 +53,7 @@ void print_cone(Task* task, int32_t stream, int32_t k) {
   task_print(task, stream, "Cone: '%s' (%d) Type: %s Parameter: %e Dimension: %-d\n", item_name(task, TRV_PI_CONE, k),
              k, cones.conetype[k] == TRV_CT_QUAD ? "TRV_CT_QUAD" : "TRV_CT_RQUAD", cones.conepar[k],
              cones.coneend[k] - cones.conebegin[k]);
-  for (int32_t t = cones.conebegin[k]; t < cones.coneend[k]; ++t)
-    task_print(task, stream, " %d", cones.conemembers[t]);
+  for (int32_t t = cones.conebegin[k]; t < cones.coneend[k]; ++t) task_print(task, stream, " %d", cones.conemembers[t]);
   task_print(task, stream, "\n");
 }
 

@@ -67,7 +67,8 @@ int32_t reserve(Task* task, int64_t n, int32_t leave, Location at = Location::cu
   if (n <= q.qsurplus) return TRV_RES_OK;
   const int64_t needed = count_used(task, leave) + n;
   int64_t capacity = q.maxnumqnz;
-  if (needed > capacity - capacity / 8) capacity = std::min<int64_t>(std::max(needed, capacity + capacity / 2), INT32_MAX);
+  if (needed > capacity - capacity / 8)
+    capacity = std::min<int64_t>(std::max(needed, capacity + capacity / 2), INT32_MAX);
   if (needed > INT32_MAX || !repack(task, static_cast<int32_t>(capacity), leave))
     return report<TRV_RES_ERR_SPACE>({task, at});
   return TRV_RES_OK;
@@ -88,8 +89,10 @@ int32_t normalise(Term* terms, int32_t n) {
   if (!std::is_sorted(terms, terms + n, before)) std::sort(terms, terms + n, before);
   int32_t merged = 0;
   for (int32_t t = 0; t < n; ++t) {
-    if (merged > 0 && terms[merged - 1].key == terms[t].key) terms[merged - 1].val += terms[t].val;
-    else terms[merged++] = terms[t];
+    if (merged > 0 && terms[merged - 1].key == terms[t].key)
+      terms[merged - 1].val += terms[t].val;
+    else
+      terms[merged++] = terms[t];
   }
   return merged;
 }
@@ -205,7 +208,8 @@ void prepare_hash(Task* task) {
   QuadStore& q = task->quad;
   constexpr int32_t worth_a_table = 32;
   const auto n = static_cast<std::size_t>(num_objterms(q));
-  if (n <= worth_a_table || (!q.objhash.empty() && 2 * (static_cast<std::size_t>(q.objhashfilled) + 1) < q.objhash.size()))
+  if (n <= worth_a_table ||
+      (!q.objhash.empty() && 2 * (static_cast<std::size_t>(q.objhashfilled) + 1) < q.objhash.size()))
     return;
   std::size_t size = 256;
   while (size < 4 * (n + 1)) size *= 2;
@@ -311,8 +315,7 @@ int32_t TRV_getmaxnumqnz(TRVtask task, int32_t* maxnumqnz) {
 
 // ---- Objective ----------------------------------------------------------------------------------------------------
 
-int32_t TRV_putqobj(TRVtask task, int32_t numqonz, const int32_t* qosubi, const int32_t* qosubj,
-                    const double* qoval) {
+int32_t TRV_putqobj(TRVtask task, int32_t numqonz, const int32_t* qosubi, const int32_t* qosubj, const double* qoval) {
   if (const int32_t rc = task_check(task)) return rc;
   if (const int32_t rc = data_checkunlocked(task)) return rc;
   undefine_solutions(task);
@@ -330,8 +333,9 @@ int32_t TRV_putqobj(TRVtask task, int32_t numqonz, const int32_t* qosubi, const 
     q.qobjbegin = q.qobjend = 0;
     return rc;
   }
-  return put_range(task, numqonz, qosubi, qosubj, qoval, leave_objective,
-                   [&] { return std::pair{&q.qobjbegin, &q.qobjend}; });
+  return put_range(task, numqonz, qosubi, qosubj, qoval, leave_objective, [&] {
+    return std::pair{&q.qobjbegin, &q.qobjend};
+  });
 }
 
 int32_t TRV_putqobjij(TRVtask task, int32_t i, int32_t j, double qoij) {
@@ -352,8 +356,8 @@ int32_t TRV_putqobjij(TRVtask task, int32_t i, int32_t j, double qoij) {
   return TRV_RES_OK;
 }
 
-int32_t TRV_getqobj(TRVtask task, int32_t maxnumqonz, int32_t* surp, int32_t* numqonz, int32_t* qosubi,
-                    int32_t* qosubj, double* qoval) {
+int32_t TRV_getqobj(TRVtask task, int32_t maxnumqonz, int32_t* surp, int32_t* numqonz, int32_t* qosubi, int32_t* qosubj,
+                    double* qoval) {
   if (const int32_t rc = task_check(task)) return rc;
   const QuadStore& q = task->quad;
   return get_range(task, q.qobjbegin, num_objterms(q), maxnumqonz, surp, numqonz, qosubi, qosubj, qoval);
@@ -377,8 +381,8 @@ int32_t TRV_getnumqobjnz(TRVtask task, int32_t* numqonz) {
 
 // ---- Constraints --------------------------------------------------------------------------------------------------
 
-int32_t TRV_putqcon(TRVtask task, int32_t numqcnz, const int32_t* qcsubk, const int32_t* qcsubi,
-                    const int32_t* qcsubj, const double* qcval) {
+int32_t TRV_putqcon(TRVtask task, int32_t numqcnz, const int32_t* qcsubk, const int32_t* qcsubi, const int32_t* qcsubj,
+                    const double* qcval) {
   if (const int32_t rc = task_check(task)) return rc;
   if (const int32_t rc = data_checkunlocked(task)) return rc;
   undefine_solutions(task);
@@ -446,8 +450,7 @@ int32_t TRV_putqconk(TRVtask task, int32_t k, int32_t numqcnz, const int32_t* qc
     return rc;
   }
   if (const int32_t made = make_qconranges(task)) return made;
-  return put_range(task, numqcnz, qcsubi, qcsubj, qcval, k,
-                   [&] { return std::pair{&q.qconbegin[k], &q.qconend[k]}; });
+  return put_range(task, numqcnz, qcsubi, qcsubj, qcval, k, [&] { return std::pair{&q.qconbegin[k], &q.qconend[k]}; });
 }
 
 int32_t TRV_getqconk(TRVtask task, int32_t k, int32_t maxnumqcnz, int32_t* surp, int32_t* numqcnz, int32_t* qcsubi,

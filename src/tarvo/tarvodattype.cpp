@@ -13,8 +13,8 @@ int32_t put_vartype(Task* task, int32_t j, int32_t type) {
     if (!task->vartype.alloc(task->sys, static_cast<std::size_t>(task->maxnumvar), Fill::zero))
       return report<TRV_RES_ERR_SPACE>(task);
   }
-  task->numintvar += static_cast<int32_t>(type == TRV_VAR_TYPE_INT) -
-                     static_cast<int32_t>(task->vartype[j] == TRV_VAR_TYPE_INT);
+  task->numintvar +=
+      static_cast<int32_t>(type == TRV_VAR_TYPE_INT) - static_cast<int32_t>(task->vartype[j] == TRV_VAR_TYPE_INT);
   task->vartype[j] = type;
   return TRV_RES_OK;
 }

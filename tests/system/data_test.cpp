@@ -107,17 +107,16 @@ TEST_P(BoundKeys, AreNormalised) {
   expect_bound(1, b.key, b.lower, b.upper);
   EXPECT_EQ(count_of(warnings, "Warning"), b.reports) << warnings;
 }
-INSTANTIATE_TEST_SUITE_P(
-    Table, BoundKeys,
-    testing::Values(BoundCase{TRV_BK_RA, -1e16, 5, TRV_BK_UP, -1e30, 5, 0},
-                    BoundCase{TRV_BK_RA, 5, 1e16, TRV_BK_LO, 5, 1e30, 0},
-                    BoundCase{TRV_BK_RA, -1e17, 1e17, TRV_BK_FR, -1e30, 1e30, 0},
-                    BoundCase{TRV_BK_LO, -1e16, 3, TRV_BK_FR, -1e30, 1e30, 0},
-                    BoundCase{TRV_BK_LO, 1e9, 3, TRV_BK_LO, 1e9, 1e30, 1},
-                    BoundCase{TRV_BK_UP, 3, 2e16, TRV_BK_FR, -1e30, 1e30, 0},
-                    BoundCase{TRV_BK_FX, -1e30, -1e30, TRV_BK_FR, -1e30, 1e30, 0},
-                    BoundCase{TRV_BK_FX, 1, 1 + 1e-15, TRV_BK_FX, 1, 1, 1},
-                    BoundCase{TRV_BK_RA, 6, 5, TRV_BK_RA, 6, 5, 0}));
+INSTANTIATE_TEST_SUITE_P(Table, BoundKeys,
+                         testing::Values(BoundCase{TRV_BK_RA, -1e16, 5, TRV_BK_UP, -1e30, 5, 0},
+                                         BoundCase{TRV_BK_RA, 5, 1e16, TRV_BK_LO, 5, 1e30, 0},
+                                         BoundCase{TRV_BK_RA, -1e17, 1e17, TRV_BK_FR, -1e30, 1e30, 0},
+                                         BoundCase{TRV_BK_LO, -1e16, 3, TRV_BK_FR, -1e30, 1e30, 0},
+                                         BoundCase{TRV_BK_LO, 1e9, 3, TRV_BK_LO, 1e9, 1e30, 1},
+                                         BoundCase{TRV_BK_UP, 3, 2e16, TRV_BK_FR, -1e30, 1e30, 0},
+                                         BoundCase{TRV_BK_FX, -1e30, -1e30, TRV_BK_FR, -1e30, 1e30, 0},
+                                         BoundCase{TRV_BK_FX, 1, 1 + 1e-15, TRV_BK_FX, 1, 1, 1},
+                                         BoundCase{TRV_BK_RA, 6, 5, TRV_BK_RA, 6, 5, 0}));
 
 TEST_F(Data, ChangesOneSideOfABound) {
   TRV_putbound(task, TRV_ACC_VAR, 0, TRV_BK_LO, 0, 0);
@@ -252,8 +251,10 @@ TEST_F(Data, QuadraticStoreAgreesWithAModel) {
     if (action < 60) {
       const double v = below(3);
       ASSERT_EQ(TRV_putqobjij(task, i, j, v), TRV_RES_OK);
-      if (v == 0) objective.erase(key);
-      else objective[key] = v;
+      if (v == 0)
+        objective.erase(key);
+      else
+        objective[key] = v;
     } else if (action < 90) {
       double v = -1;
       ASSERT_EQ(TRV_getqobjij(task, i, j, &v), TRV_RES_OK);
@@ -273,7 +274,8 @@ TEST_F(Data, QuadraticStoreAgreesWithAModel) {
     } else if (action == 98) {
       budget = below(3);
       const double one = 1;
-      const int32_t rc = below(2) == 0 ? TRV_putmaxnumqnz(task, 3000) : TRV_putqobjij(task, 0, 0, objective[{0, 0}] = one);
+      const int32_t rc =
+          below(2) == 0 ? TRV_putmaxnumqnz(task, 3000) : TRV_putqobjij(task, 0, 0, objective[{0, 0}] = one);
       budget = -1;
       if (rc != TRV_RES_OK) TRV_putqobjij(task, 0, 0, one);
       if (objective[{0, 0}] == 0) objective.erase({0, 0});

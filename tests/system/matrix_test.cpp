@@ -106,14 +106,17 @@ class MatrixStorm : public Matrix, public testing::WithParamInterface<Storm> {
     if (accmode == TRV_ACC_VAR) return columns[static_cast<std::size_t>(i)];
     Vec row;
     for (int32_t j = 0; j < numvar(); ++j)
-      if (const auto it = columns[static_cast<std::size_t>(j)].find(i); it != columns[static_cast<std::size_t>(j)].end())
+      if (const auto it = columns[static_cast<std::size_t>(j)].find(i);
+          it != columns[static_cast<std::size_t>(j)].end())
         row[j] = it->second;
     return row;
   }
   void model_put(int32_t i, int32_t j, double v) {
     Vec& column = columns[static_cast<std::size_t>(j)];
-    if (v == 0) column.erase(i);
-    else column[i] = v;
+    if (v == 0)
+      column.erase(i);
+    else
+      column[i] = v;
   }
   void put_vector() {
     const int32_t accmode = below(2), count = accmode == TRV_ACC_CON ? numcon : numvar();
@@ -127,8 +130,7 @@ class MatrixStorm : public Matrix, public testing::WithParamInterface<Storm> {
       sum[sub.back()] += val.back();
     }
     ASSERT_EQ(TRV_putavec(task, accmode, i, static_cast<int32_t>(sub.size()), sub.data(), val.data()), TRV_RES_OK);
-    for (int32_t k = 0; k < across; ++k)
-      accmode == TRV_ACC_CON ? model_put(i, k, sum[k]) : model_put(k, i, sum[k]);
+    for (int32_t k = 0; k < across; ++k) accmode == TRV_ACC_CON ? model_put(i, k, sum[k]) : model_put(k, i, sum[k]);
   }
   void remove_some() {
     const int32_t accmode = below(2), count = accmode == TRV_ACC_CON ? numcon : numvar();
@@ -172,9 +174,9 @@ class MatrixStorm : public Matrix, public testing::WithParamInterface<Storm> {
     std::vector<double> val(sub.size()), tval(sub.size());
     int32_t surplus = total - 1;
     if (total > 0) {
-      ASSERT_EQ(TRV_getaslice(task, accmode, first, last, size, &surplus, ptrb.data(), ptre.data(), sub.data(),
-                              val.data()),
-                TRV_RES_ERR_NEGATIVE_SURPLUS);
+      ASSERT_EQ(
+          TRV_getaslice(task, accmode, first, last, size, &surplus, ptrb.data(), ptre.data(), sub.data(), val.data()),
+          TRV_RES_ERR_NEGATIVE_SURPLUS);
     }
     surplus = total;
     ASSERT_EQ(
