@@ -78,8 +78,11 @@ def run_tarvo(path, options, limit, scratch):
                 "output": output}
     status = answer["solution_status"]
     status = {"prim_infeas_cer": "infeasible", "dual_infeas_cer": "unbounded"}.get(status, status)
+    # Of an infeasible problem only the dual side is a certificate, of an unbounded one only the primal side.
+    violation = max([answer["max_primal_infeasibility"] or 0] * (status != "infeasible")
+                    + [answer["max_dual_infeasibility"] or 0] * (status != "unbounded"))
     return {"status": status, "cpu": cpu, "objective": answer["primal_objective"], "iterations": answer["iterations"],
-            "violation": max(answer["max_primal_infeasibility"] or 0, answer["max_dual_infeasibility"] or 0)}
+            "violation": violation}
 
 
 def run_glpsol(path, options, limit, free):
