@@ -163,19 +163,10 @@ void simplex_resetprogress(SimplexProgress* rec, int64_t iter, double suminf, do
   *rec = {iter, suminf, negobj, 0};
 }
 
-void simplex_formxc(const SimplexProblem& p, double* xc) {
-  std::fill(xc, xc + p.numcon, 0.0);
+void simplex_forms(const SimplexProblem& p, bool withcost) {
+  for (int32_t i = 0; i < p.numcon; ++i) p.sc[i] = (withcost ? p.cc[i] : 0.0) + p.y[i];
   for (int32_t j = 0; j < p.numvar; ++j) {
-    const double x = p.xx[j];
-    if (x == 0.0) continue;
-    for (int32_t k = p.a.ptrb[j]; k < p.a.ptre[j]; ++k) xc[p.a.sub[k]] += p.a.val[k] * x;
-  }
-}
-
-void simplex_forms(const SimplexProblem& p) {
-  for (int32_t i = 0; i < p.numcon; ++i) p.sc[i] = p.cc[i] + p.y[i];
-  for (int32_t j = 0; j < p.numvar; ++j) {
-    double s = p.cx[j];
+    double s = withcost ? p.cx[j] : 0.0;
     for (int32_t k = p.a.ptrb[j]; k < p.a.ptre[j]; ++k) s -= p.a.val[k] * p.y[p.a.sub[k]];
     p.sx[j] = s;
   }

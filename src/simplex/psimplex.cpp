@@ -259,6 +259,8 @@ bool below_cut(PrimalSimplex* s) {
   return true;
 }
 
+}  // namespace
+
 void psimplex_optimize(PrimalSimplex* s) {
   psimplex_resetweights(s);
   s->windowiter = s->logiter = s->iter;
@@ -308,6 +310,8 @@ void psimplex_optimize(PrimalSimplex* s) {
     clear_vectors(s);
   }
 }
+
+namespace {
 
 // The direction of an unbounded improvement: x_q moves by dir, the basics by -dir alpha, all others stand.
 void store_ray(PrimalSimplex* s) {

@@ -148,6 +148,9 @@ struct PrimalSimplex {
   int32_t resp = 0;
 };
 
+// psimplex.cpp
+void psimplex_optimize(PrimalSimplex* s);  // the main loop: from any start to a final status or a stop
+
 // psimplex_setup.cpp
 int32_t psimplex_make(PrimalSimplex* s);   // arrays and bounds
 int32_t psimplex_setup(PrimalSimplex* s);  // start: keys, values, factor

@@ -214,7 +214,7 @@ void psimplex_store(PrimalSimplex* s) {
     }
   }
   std::copy(s->y, s->y + s->m, p.y);
-  simplex_forms(p);
+  simplex_forms(p, s->info->solsta != 5);
 }
 
 }  // namespace tarvo

@@ -50,8 +50,7 @@ struct SimplexProgress {
 int32_t simplex_checkprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj);
 void simplex_resetprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj);
 
-// xc, y, sc, sx of a solution: xc = A xx; sc = cc + y, sx = cx - A'y.
-void simplex_formxc(const SimplexProblem& p, double* xc);
-void simplex_forms(const SimplexProblem& p);
+// The reduced costs of y: sc = cc + y, sx = cx - A'y; for a certificate of infeasibility without the costs.
+void simplex_forms(const SimplexProblem& p, bool withcost);
 
 }  // namespace tarvo
