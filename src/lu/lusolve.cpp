@@ -114,36 +114,20 @@ int32_t lu_triansolve(lu* f, const LuLine* lines, const LuElm* file, const int32
     return kept;
   }
   LuTimer timer(f, dense);
-  // Entries change in rows of L alone; those are in the pattern if they were or if something came to them.
-  unsigned char* __restrict seen = f->seen.data();
-  int32_t* __restrict list = f->list.data();
-  int32_t m = n;
-  for (int32_t k = 0; k < n; ++k) {
-    list[k] = in[k];
-    seen[in[k]] = 1;
-  }
   for (int32_t p = 0; p < norder; ++p) {
     const int32_t i = order[forward ? p : norder - 1 - p];
     const double t = v[i];
     if (t == 0.0) continue;
     const LuLine line = lines[i];
-    for (int32_t a = line.beg; a < line.beg + line.cnt; ++a) {
-      const int32_t x = elm[a].sub;
-      v[x] += t * elm[a].val;
-      if (seen[x] == 0) {
-        seen[x] = 1;
-        list[m++] = x;
-      }
-    }
+    for (int32_t a = line.beg; a < line.beg + line.cnt; ++a) v[elm[a].sub] += t * elm[a].val;
     work += line.cnt;
   }
   int32_t kept = 0;
-  for (int32_t k = 0; k < m; ++k) {
-    const int32_t i = list[k];
-    seen[i] = 0;
-    if (v[i] != 0.0) out[kept++] = i;
+  for (int32_t i = 0; i < f->nrow; ++i) {
+    out[kept] = i;
+    kept += v[i] != 0.0 ? 1 : 0;
   }
-  lu_charge(f, dense, work + norder);
+  lu_charge(f, dense, work + f->nrow);
   return kept;
 }
 
