@@ -29,9 +29,8 @@ std::string read_file(const fs::path& path) {
 class App : public testing::Test {
  protected:
   void SetUp() override {
-    char name[] = "/tmp/tarvo_app_XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    dir = name;
+    dir = testing::TempDir() + "app";
+    ASSERT_TRUE(fs::create_directory(dir));
   }
   void TearDown() override { fs::remove_all(dir); }
 
