@@ -147,9 +147,10 @@ int parse_and_run(int argc, char** argv) {
         return CLI::detail::lexical_cast(text, seconds) && seconds > 0 ? std::string() : "expected seconds above 0";
       });
   cli.add_option("-w,--write", options.write, "write the problem to this file");
-  cli.add_flag("--no-solve", options.no_solve, "only read, and write if asked");
+  CLI::Option* no_solve = cli.add_flag("--no-solve", options.no_solve, "only read, and write if asked");
   cli.add_option("-s,--solution", options.solution,
                  "write a table of the solution to this file (- is standard output)");
+  no_solve->excludes("--solution");
   cli.add_option(
       "--json", options.json,
       "write the result as JSON to this file; - is standard output, and the log goes to standard error then");
@@ -164,6 +165,9 @@ int parse_and_run(int argc, char** argv) {
     cli.parse(argc, argv);
     options.list = list->count() > 0;
     if (!options.list && options.file.empty()) throw CLI::RequiredError("FILE");
+    if (options.solution == "-" && options.json == "-") {
+      throw CLI::ValidationError("--solution and --json can't both go to standard output");
+    }
   } catch (const CLI::Success& done) {
     return cli.exit(done);
   } catch (const CLI::ParseError& error) {

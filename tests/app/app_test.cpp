@@ -120,6 +120,8 @@ TEST_F(App, WrongUsageSaysWhatWouldBeRight) {
       {"-t 0 x.mps", "above 0"},
       {"--mps-format fixed x.mps", "fixed"},
       {"x.mps y.mps", "y.mps"},
+      {"-s - --json - x.mps", "standard output"},
+      {"--no-solve -s table x.mps", "--solution"},
       {"--no-such-option x.mps", "--no-such-option"},
   };
   for (const auto& [arguments, expected] : cases) {
