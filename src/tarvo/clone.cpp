@@ -96,8 +96,10 @@ bool copy_data(Task* to, Task* from) {
   to->numintvar = from->numintvar;
   to->numcone = from->numcone;
   if (!copy(sys, &to->c, from->c) || !copy(sys, &to->cc, from->cc)) return false;
-  if (!copy(sys, &to->bkx, from->bkx) || !copy(sys, &to->blx, from->blx) || !copy(sys, &to->bux, from->bux)) return false;
-  if (!copy(sys, &to->bkc, from->bkc) || !copy(sys, &to->blc, from->blc) || !copy(sys, &to->buc, from->buc)) return false;
+  if (!copy(sys, &to->bkx, from->bkx) || !copy(sys, &to->blx, from->blx) || !copy(sys, &to->bux, from->bux))
+    return false;
+  if (!copy(sys, &to->bkc, from->bkc) || !copy(sys, &to->blc, from->blc) || !copy(sys, &to->buc, from->buc))
+    return false;
   if (!copy(sys, &to->vartype, from->vartype) || !copy(sys, &to->branch_priority, from->branch_priority) ||
       !copy(sys, &to->branch_direction, from->branch_direction)) {
     return false;

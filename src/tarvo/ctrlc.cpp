@@ -1,10 +1,11 @@
 // Control-C: a process-wide count of interrupts, and the tasks' comparison with it.
+#include "tarvo/ctrlc.h"
+
 #include <pthread.h>
 
 #include <atomic>
 #include <csignal>
 
-#include "tarvo/ctrlc.h"
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
 

@@ -35,8 +35,8 @@ struct Report {
 void compose(Report* report, int32_t code, va_list args) {
   report->warning = is_warning(code);
   const bool called_error = code > 1000 || code < 0;
-  std::snprintf(report->header, sizeof report->header, called_error ? "TARVO Error %-6d   : " : "TARVO Warning %-6d : ",
-                code);
+  std::snprintf(report->header, sizeof report->header,
+                called_error ? "TARVO Error %-6d   : " : "TARVO Warning %-6d : ", code);
   const CLocale locale;
   if (std::vsnprintf(report->body, sizeof report->body, message_template(code), args) < 0) report->body[0] = '\0';
 }
@@ -122,15 +122,6 @@ void task_fatal(Task* task, const Location& at, const char* format, ...) {
   stop_task(task, file_of(at), at.line(), text, -1);
 }
 
-void env_fatal(Env* env, const Location& at, const char* format, ...) {
-  char text[max_fatal_text];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(text, sizeof text, format, args);
-  va_end(args);
-  stop_env(env, file_of(at), at.line(), text, -1);
-}
-
 int32_t task_vreport(const Location& at, Task* task, int32_t code, va_list args) {
   if (const int32_t rc = task_check(task); rc != TRV_RES_OK) return rc;
   put_last_message(task, "");
@@ -138,8 +129,7 @@ int32_t task_vreport(const Location& at, Task* task, int32_t code, va_list args)
   Report text;
   compose(&text, code, args);
   put_last_message(task, text.body);
-  const bool silent =
-      text.warning && count_warning(task->warning_count, code, task->ipar[TRV_IPAR_MAX_NUM_WARNINGS]);
+  const bool silent = text.warning && count_warning(task->warning_count, code, task->ipar[TRV_IPAR_MAX_NUM_WARNINGS]);
   if (!silent) {
     const bool located = task->ipar[TRV_IPAR_LOG] != 0 && task->ipar[TRV_IPAR_LOG_RESPONSE] != 0;
     write_report(&task->streams, text, located, at);

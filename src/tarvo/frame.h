@@ -12,13 +12,17 @@ namespace tarvo {
 
 // Object checks: silent, two comparisons.
 inline int32_t env_check(const Env* env) {
-  if (env == nullptr) [[unlikely]] return TRV_RES_ERR_NULL_ENV;
-  if (env->initialised == 0) [[unlikely]] return TRV_RES_ERR_NO_INIT_ENV;
+  if (env == nullptr) [[unlikely]]
+    return TRV_RES_ERR_NULL_ENV;
+  if (env->initialised == 0) [[unlikely]]
+    return TRV_RES_ERR_NO_INIT_ENV;
   return TRV_RES_OK;
 }
 inline int32_t task_check(const Task* task) {
-  if (task == nullptr) [[unlikely]] return TRV_RES_ERR_NULL_TASK;
-  if (task->env == nullptr) [[unlikely]] return TRV_RES_ERR_INVALID_TASK;
+  if (task == nullptr) [[unlikely]]
+    return TRV_RES_ERR_NULL_TASK;
+  if (task->env == nullptr) [[unlikely]]
+    return TRV_RES_ERR_INVALID_TASK;
   return TRV_RES_OK;
 }
 inline int32_t stream_check(int32_t whichstream) {
@@ -75,13 +79,23 @@ constexpr char conversion(const char*& p) {
   bool wide = false;
   for (;; ++p) {
     switch (*p) {
-      case 'd': case 'i': case 'u': case 'c': case 'x':
+      case 'd':
+      case 'i':
+      case 'u':
+      case 'c':
+      case 'x':
         return wide ? 'l' : 'i';
-      case 'e': case 'f': case 'g': case 'E': case 'G':
+      case 'e':
+      case 'f':
+      case 'g':
+      case 'E':
+      case 'G':
         return 'd';
       case 's':
         return 's';
-      case 'l': case 'z': case 'j':
+      case 'l':
+      case 'z':
+      case 'j':
         wide = true;
         break;
       case '\0':
@@ -95,11 +109,16 @@ constexpr char conversion(const char*& p) {
 template <class T>
 constexpr char kind_of() {
   using U = std::decay_t<T>;
-  if constexpr (std::is_same_v<U, double>) return 'd';
-  else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) return 's';
-  else if constexpr (std::is_integral_v<U> && sizeof(U) == 4) return 'i';
-  else if constexpr (std::is_integral_v<U> && sizeof(U) == 8) return 'l';
-  else return '!';
+  if constexpr (std::is_same_v<U, double>)
+    return 'd';
+  else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>)
+    return 's';
+  else if constexpr (std::is_integral_v<U> && sizeof(U) == 4)
+    return 'i';
+  else if constexpr (std::is_integral_v<U> && sizeof(U) == 8)
+    return 'l';
+  else
+    return '!';
 }
 
 template <class... A>
@@ -136,10 +155,9 @@ int32_t report_env(EnvAt where, A... args) {
 // The response code of a small result code of the system layer (SysCode).
 int32_t sysenv_rescode(int32_t syscode);
 
-// End the process: a broken invariant. The hooks are what a sysenv calls for its own fatal errors; an exit function
+// Ends the process: a broken invariant. The hooks are what a sysenv calls for its own fatal errors; an exit function
 // that comes back ends with their status.
 [[noreturn]] [[gnu::format(printf, 3, 4)]] void task_fatal(Task* task, const Location& at, const char* format, ...);
-[[noreturn]] [[gnu::format(printf, 3, 4)]] void env_fatal(Env* env, const Location& at, const char* format, ...);
 void task_fatal_hook(void* task, const char* file, int32_t line, const char* text, int32_t status);
 void env_fatal_hook(void* env, const char* file, int32_t line, const char* text, int32_t status);
 

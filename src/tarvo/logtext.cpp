@@ -164,13 +164,19 @@ struct BiPhase {
   const char* obj;
   int32_t iter, feas_item, obj_item, time;
 };
-constexpr BiPhase primal_bi{"Primal",           "PFEAS",
-                            "POBJ",             TRV_IINF_BI_PRIMAL_ITER,
-                            TRV_DINF_BI_PRIMAL_FEAS, TRV_DINF_BI_PRIMAL_OBJ,
+constexpr BiPhase primal_bi{"Primal",
+                            "PFEAS",
+                            "POBJ",
+                            TRV_IINF_BI_PRIMAL_ITER,
+                            TRV_DINF_BI_PRIMAL_FEAS,
+                            TRV_DINF_BI_PRIMAL_OBJ,
                             TRV_DINF_BI_PRIMAL_CPUTIME};
-constexpr BiPhase dual_bi{"Dual",           "DFEAS",
-                          "DOBJ",           TRV_IINF_BI_DUAL_ITER,
-                          TRV_DINF_BI_DUAL_FEAS, TRV_DINF_BI_DUAL_OBJ,
+constexpr BiPhase dual_bi{"Dual",
+                          "DFEAS",
+                          "DOBJ",
+                          TRV_IINF_BI_DUAL_ITER,
+                          TRV_DINF_BI_DUAL_FEAS,
+                          TRV_DINF_BI_DUAL_OBJ,
                           TRV_DINF_BI_DUAL_CPUTIME};
 
 void print_bi_begin(Task* task, const BiPhase& phase) {

@@ -174,7 +174,8 @@ int32_t TRV_echointro(TRVenv env, int32_t longver) {
               version_build, version_revision, date);
   if (longver != 0) {
     // No global optimiser library exists that could tell its version.
-    TRV_echoenv(env, TRV_STREAM_MSG, "Global optimizer version: %s. Global optimizer build date: %s.\n", "none", "none");
+    TRV_echoenv(env, TRV_STREAM_MSG, "Global optimizer version: %s. Global optimizer build date: %s.\n", "none",
+                "none");
     TRV_echoenv(env, TRV_STREAM_MSG, "64 bit architecture.\n");
   }
   TRV_echoenv(env, TRV_STREAM_MSG, "\n");

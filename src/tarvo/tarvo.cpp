@@ -35,8 +35,8 @@ int32_t env_destroy(Env* env) {
   sysenv* sys = env->sys;
   ctrlc_release(env);
   char counts[96];
-  std::snprintf(counts, sizeof counts, "Number of task created: %d Number of deleted task: %d\n", env->num_tasks_created,
-                env->num_tasks_deleted);
+  std::snprintf(counts, sizeof counts, "Number of task created: %d Number of deleted task: %d\n",
+                env->num_tasks_created, env->num_tasks_deleted);
   sysenv_echotofile(sys, counts);
   free_strings(sys, env->spar);
   streams_release(&env->streams);
@@ -191,8 +191,8 @@ int32_t TRV_maketask(TRVenv env, int32_t maxnumcon, int32_t maxnumvar, TRVtask* 
   if (const int32_t rc = env_check(env); rc != TRV_RES_OK) return rc;
   if (task == nullptr) return report_env<TRV_RES_ERR_NULL_POINTER>(env, "task");
   *task = nullptr;
-  sysenv* sys = sysenv_make(SysKind::task, env->debug_file_name != nullptr, env->alloc_handle, env->alloc_func,
-                            env->free_func);
+  sysenv* sys =
+      sysenv_make(SysKind::task, env->debug_file_name != nullptr, env->alloc_handle, env->alloc_func, env->free_func);
   if (sys == nullptr) return TRV_RES_ERR_SPACE;
   void* place = sysenv_calloc(sys, 1, sizeof(Task));
   if (place == nullptr) {

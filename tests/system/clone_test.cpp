@@ -51,9 +51,9 @@ TEST_F(Clone, HoldsEverything) {
 
   EXPECT_EQ(written(copy), written(task));
   using Reader = int32_t (*)(TRVtask, int32_t*);
-  for (const Reader read : {TRV_getmaxnumvar, TRV_getmaxnumcon, TRV_getmaxnumcone, TRV_getmaxnumanz, TRV_getmaxnumqnz,
-                            TRV_getnumvar, TRV_getnumcon, TRV_getnumcone, TRV_getnumintvar, TRV_getnumanz,
-                            TRV_getobjsense, TRV_getprobtype}) {
+  for (const Reader read :
+       {TRV_getmaxnumvar, TRV_getmaxnumcon, TRV_getmaxnumcone, TRV_getmaxnumanz, TRV_getmaxnumqnz, TRV_getnumvar,
+        TRV_getnumcon, TRV_getnumcone, TRV_getnumintvar, TRV_getnumanz, TRV_getobjsense, TRV_getprobtype}) {
     int32_t ours = -1;
     int32_t theirs = -2;
     EXPECT_EQ(read(task, &ours), 0);

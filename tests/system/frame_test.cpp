@@ -140,7 +140,8 @@ TEST(Lifetime, LeakedBlocksAreToldAndTheObjectsAreGone) {
   for (const char* file : {".env.txt", ".0.task.txt", ".1.task.txt"}) {
     EXPECT_EQ(file_text(stem + file).rfind("Header: TARVO memory debugging.", 0), 0U) << file;
   }
-  EXPECT_NE(file_text(stem + ".env.txt").find("Number of task created: 2 Number of deleted task: 2\n"), std::string::npos);
+  EXPECT_NE(file_text(stem + ".env.txt").find("Number of task created: 2 Number of deleted task: 2\n"),
+            std::string::npos);
 }
 
 TEST(Lifetime, FatalErrorsReachTheExitFunction) {
@@ -149,7 +150,8 @@ TEST(Lifetime, FatalErrorsReachTheExitFunction) {
     TRVenv env = nullptr;
     TRVtask task = nullptr;
     TRV_makeenv(&env, nullptr, nullptr, nullptr, "");
-    TRV_putexitfunc(env, [](void*, const char*, int32_t, const char*) { std::_Exit(77); }, nullptr);
+    TRV_putexitfunc(
+        env, [](void*, const char*, int32_t, const char*) { std::_Exit(77); }, nullptr);
     TRV_initenv(env);
     TRV_makeemptytask(env, &task);
     auto* block = static_cast<char*>(TRV_calloctask(task, 16, 1));
@@ -285,7 +287,8 @@ TEST_F(Frame, StreamFunctionMayWrite) {
 }
 
 TEST_F(Frame, EnvironmentServesSeveralThreads) {
-  TRV_putctrlcfunc(env, [](void*) { return 0; }, nullptr);
+  TRV_putctrlcfunc(
+      env, [](void*) { return 0; }, nullptr);
   envtext[TRV_STREAM_MSG].clear();
   const auto work = [this](int which) {
     for (int k = 0; k < 50; ++k) {
@@ -302,8 +305,9 @@ TEST_F(Frame, EnvironmentServesSeveralThreads) {
   for (int which = 0; which < 4; ++which) threads.emplace_back(work, which);
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(envtext[TRV_STREAM_MSG].size(), 200U);
-  EXPECT_TRUE(std::all_of(envtext[TRV_STREAM_MSG].begin(), envtext[TRV_STREAM_MSG].end(),
-                          [](const std::string& line) { return line.rfind("thread ", 0) == 0 && line.back() == '\n'; }));
+  EXPECT_TRUE(std::all_of(envtext[TRV_STREAM_MSG].begin(), envtext[TRV_STREAM_MSG].end(), [](const std::string& line) {
+    return line.rfind("thread ", 0) == 0 && line.back() == '\n';
+  }));
 }
 
 TEST_F(Frame, BadStreamsAreRefusedSilently) {
@@ -351,19 +355,6 @@ TEST_F(Frame, ParametersAreListedWithTheirRanges) {
   EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 1 + 186 + 2 + 61 + 2 + 25);
   EXPECT_NE(all.find("0   TRV_IPAR_ALLOC_ADD_QNZ           : 5000                 0                    NONE "),
             std::string::npos);
-}
-
-TEST_F(Frame, IntroductionNamesTheArchitecture) {
-  EXPECT_EQ(TRV_echointro(env, 1), 0);
-  const std::string all = joined(envtext[TRV_STREAM_MSG]);
-  EXPECT_EQ(all.rfind("\nTARVO Version 5.0.0.127 (Build date: ", 0), 0U);
-  EXPECT_NE(all.find("\n64 bit architecture.\n\n\nOperating system variables\n"), std::string::npos);
-}
-
-TEST_F(Frame, SolutionInCallbackIsRefusedOutside) {
-  EXPECT_EQ(TRV_getsolutionincallback(task, TRV_CALLBACK_IM_MIO, TRV_SOL_ITG, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-            TRV_RES_ERR_NO_SOLUTION_IN_CALLBACK);
 }
 
 }  // namespace

@@ -54,8 +54,7 @@ struct Step {
 };
 
 constexpr Step steps[] = {
-    {"makeenv",
-     [](Scene& s) { return TRV_makeenv(&s.env, &s.memory, take, give, s.debug ? "" : nullptr); }},
+    {"makeenv", [](Scene& s) { return TRV_makeenv(&s.env, &s.memory, take, give, s.debug ? "" : nullptr); }},
     {"putdllpath", [](Scene& s) { return TRV_putdllpath(s.env, "here;there"); }},
     {"initenv", [](Scene& s) { return TRV_initenv(s.env); }},
     {"maketask", [](Scene& s) { return TRV_maketask(s.env, 1, 1, &s.task); }},
@@ -63,7 +62,8 @@ constexpr Step steps[] = {
     {"putstrparam", [](Scene& s) { return TRV_putstrparam(s.task, TRV_SPAR_STAT_NAME, "name"); }},
     {"setdefaults", [](Scene& s) { return TRV_setdefaults(s.task); }},
     {"load", [](Scene& s) { return load_linear(s.task); }},
-    {"search", [](Scene& s) {
+    {"search",
+     [](Scene& s) {
        int32_t assigned = 0;
        int32_t index = -1;
        const int32_t rc = TRV_getnameindex(s.task, TRV_PI_VAR, "x3", &assigned, &index);
@@ -75,18 +75,21 @@ constexpr Step steps[] = {
     {"resize", [](Scene& s) { return TRV_resizetask(s.task, 0, 0, 0, 0, 0); }},
     {"read", [](Scene& s) { return TRV_readdata(s.task, s.file.c_str()); }},
     {"solve", [](Scene& s) { return solve(s.task); }},
-    {"clone", [](Scene& s) {
+    {"clone",
+     [](Scene& s) {
        TRV_deletetask(&s.clone);  // what a failed call left
        return TRV_clonetask(s.task, &s.clone);
      }},
-    {"rows", [](Scene& s) {
+    {"rows",
+     [](Scene& s) {
        int32_t num = 0;
        int32_t sub[4];
        double val[4];
        return TRV_getavec(s.clone, TRV_ACC_CON, 0, &num, sub, val);
      }},
     {"solve again", [](Scene& s) { return solve(s.clone); }},
-    {"rest", [](Scene& s) {
+    {"rest",
+     [](Scene& s) {
        for (const LoadStep step : rest_steps) {
          int32_t rc = step(s.clone);
          if (rc == TRV_RES_ERR_SPACE && !s.memory.for_good) rc = step(s.clone);

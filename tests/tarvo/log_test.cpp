@@ -21,9 +21,8 @@ class Log : public testing::Test {
     ASSERT_EQ(TRV_makeenv(&env, nullptr, nullptr, nullptr, nullptr), 0);
     ASSERT_EQ(TRV_initenv(env), 0);
     ASSERT_EQ(TRV_makeemptytask(env, &task), 0);
-    TRV_linkfunctotaskstream(task, TRV_STREAM_MSG, &text, [](void* handle, const char* line) {
-      *static_cast<std::string*>(handle) += line;
-    });
+    TRV_linkfunctotaskstream(task, TRV_STREAM_MSG, &text,
+                             [](void* handle, const char* line) { *static_cast<std::string*>(handle) += line; });
     log_start(task);
   }
   void TearDown() override {
@@ -31,10 +30,13 @@ class Log : public testing::Test {
     EXPECT_EQ(TRV_deleteenv(&env), 0);
   }
   void listen() {
-    TRV_putcallbackfunc(task, [](TRVtask, void* handle, int32_t where) -> int32_t {
-      static_cast<Codes*>(handle)->push_back(where);
-      return 0;
-    }, &codes);
+    TRV_putcallbackfunc(
+        task,
+        [](TRVtask, void* handle, int32_t where) -> int32_t {
+          static_cast<Codes*>(handle)->push_back(where);
+          return 0;
+        },
+        &codes);
   }
   std::string printed(int32_t event) {
     text.clear();
@@ -130,7 +132,8 @@ TEST_F(Log, CallbackFrequencyHoldsBackIterationsOnly) {
 }
 
 TEST_F(Log, StopsAreTurnedIntoCodes) {
-  TRV_putcallbackfunc(task, [](TRVtask, void*, int32_t) -> int32_t { return 1; }, nullptr);
+  TRV_putcallbackfunc(
+      task, [](TRVtask, void*, int32_t) -> int32_t { return 1; }, nullptr);
   EXPECT_EQ(resp_rescode(task, tarvolog(task, 40)), TRV_RES_TRM_USER_CALLBACK);
   task->stop_func = [](TRVtask, void*, int32_t) -> int32_t { return 1; };  // asked before the user's
   EXPECT_EQ(resp_rescode(task, tarvolog(task, 40)), TRV_RES_TRM_INTERNAL);
@@ -188,16 +191,6 @@ TEST_F(Log, ControlCStopsEveryTaskAndGivesTheHandlerBack) {
   struct sigaction current {};
   sigaction(SIGINT, nullptr, &current);
   EXPECT_EQ(current.sa_handler, SIG_DFL);
-}
-
-TEST_F(Log, ControlCFunctionIsAskedAtEveryEvent) {
-  int32_t pressed = 0;
-  TRV_putctrlcfunc(env, [](void* handle) { return *static_cast<int32_t*>(handle); }, &pressed);
-  TRV_putintparam(task, TRV_IPAR_CHECK_CTRL_C, TRV_ON);
-  ctrlc_snapshot(task);
-  EXPECT_EQ(tarvolog(task, 40), 0);
-  pressed = 1;
-  EXPECT_EQ(tarvolog(task, 40), 6);
 }
 
 }  // namespace
