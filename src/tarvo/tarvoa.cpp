@@ -258,10 +258,11 @@ int32_t TRV_putaveclist(TRVtask task, int32_t accmode, int32_t num, const int32_
   for (int32_t k = 0; k < num; ++k) {
     if (aptre[k] < aptrb[k]) return report<TRV_RES_ERR_INV_APTRE>(task, k);
     if (aptrb[k] < 0) return report<TRV_RES_ERR_IN_ARGUMENT>(task, "aptrb");
-    if (aptrb[k] < aptre[k])
+    const int32_t n = aptre[k] - aptrb[k];
+    if (n > 0)
       if (const int32_t rc = check_pointers(task, {{"asub", asub}, {"aval", aval}})) return rc;
-    const int32_t rc =
-        put_vector(task, accmode, sub[k], aptre[k] - aptrb[k], asub + aptrb[k], aval + aptrb[k], k, &small);
+    const int32_t rc = put_vector(task, accmode, sub[k], n, n > 0 ? asub + aptrb[k] : nullptr,
+                                  n > 0 ? aval + aptrb[k] : nullptr, k, &small);
     if (rc != TRV_RES_OK) return rc;
   }
   return warn_small(task, small);

@@ -54,6 +54,35 @@ TEST_F(SparseMatrix, ALentStoreServesRowsWithoutTurningAndRefusesChanges) {
   sprmat_delete(&m);
 }
 
+TEST_F(SparseMatrix, ALookUpThatPassesALongListMergesIt) {
+  sprmat* m = sprmat_make(env, 200, 3);
+  sprmat_appendrows(m, 200);
+  sprmat_appendcols(m, 3);
+  ASSERT_EQ(sprmat_resize(m, 10000), SPRMAT_OK);
+  const auto get = [&](int32_t i, int32_t j) {
+    double v = -1;
+    EXPECT_EQ(sprmat_getelement(m, i, j, &v), SPRMAT_OK);
+    return v;
+  };
+  for (int32_t i = 0; i < 100; ++i) sprmat_putelement(m, i, 0, i + 1);
+  sprmat_putelement(m, 5, 1, 7);
+  EXPECT_EQ(get(150, 0), 0);
+  sprmat_putelement(m, 3, 0, 0);
+  sprmat_putelement(m, 120, 0, 9);
+  sprmat_putelement(m, 50, 0, 8);
+  EXPECT_EQ(get(3, 0), 0);
+  EXPECT_EQ(get(50, 0), 8);
+  EXPECT_EQ(get(51, 0), 52);
+  int32_t n = 0;
+  EXPECT_EQ(sprmat_getnumnz(m, &n), SPRMAT_OK);
+  EXPECT_EQ(n, 101);
+  EXPECT_EQ(sprmat_getvec(m, false, 0, &n, nullptr, nullptr), SPRMAT_OK);
+  EXPECT_EQ(n, 100);
+  EXPECT_EQ(get(5, 1), 7);
+  EXPECT_EQ(get(120, 0), 9);
+  sprmat_delete(&m);
+}
+
 TEST_F(SparseMatrix, RewritingColumnsReusesTheirHoles) {
   sprmat* m = sprmat_make(env, 100, 10);
   sprmat_appendrows(m, 100);

@@ -308,6 +308,22 @@ TEST_F(Data, AFailedWriteOfAllConstraintsKeepsTheTerms) {
   EXPECT_EQ(n, 2);
 }
 
+TEST_F(Data, PrintsTheChosenSections) {
+  std::string text;
+  TRV_linkfunctotaskstream(task, TRV_STREAM_MSG, &text, collect);
+  const int32_t members[] = {0, 1};
+  TRV_putaij(task, 4, 2, 1.5);
+  TRV_putqobjij(task, 3, 1, 2.5);
+  TRV_appendcone(task, TRV_CT_RQUAD, 0, 2, members);
+  EXPECT_EQ(TRV_printdata(task, TRV_STREAM_MSG, -1, 99, -1, 99, -1, 99, 1, 1, 1, 1, 1, 1, 1, 1), TRV_RES_OK);
+  for (const char* part : {" 1.500000e+00[4]", " 2.500000e+00[3,1]\n", "Dimension: 2\n"})
+    EXPECT_EQ(count_of(text, part), 1U) << text;
+  text.clear();
+  EXPECT_EQ(TRV_printdata(task, TRV_STREAM_MSG, 0, 5, 3, 5, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0), TRV_RES_OK);
+  EXPECT_EQ(count_of(text, "e+00"), 0U) << text;
+  EXPECT_EQ(TRV_printdata(task, 4, 0, 5, 3, 5, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0), TRV_RES_ERR_INVALID_STREAM);
+}
+
 TEST_F(Data, Cones) {
   const int32_t a[] = {0, 1}, overlap[] = {2, 1}, repeat[] = {2, 2}, b[] = {2, 3}, all[] = {3, 4, 2}, out[] = {5};
   int32_t n = 0;
