@@ -178,16 +178,15 @@ void solve_no_columns(Run* run) {
 
 // ---- Start -------------------------------------------------------------------------------------------------------
 
-// Gives a nonbasic variable a key that its bounds allow and the value of that key. Without a usable key, or for one
-// off its bounds when `values` count for nothing, it goes to the nearer bound.
+// Gives a nonbasic variable a key that its bounds allow and the value of that key. Without a usable key it goes to the
+// bound nearer to its value (to 0 when `values` count for nothing); only a superbasic one may stand between them.
 void place_nonbasic(int32_t bk, double bl, double bu, bool values, int32_t* sk, double* x) {
   const bool low = lower(bk), upp = upper(bk);
-  if (!std::isfinite(*x)) *x = 0.0;
+  if (!values || !std::isfinite(*x)) *x = 0.0;
   if (low && upp && bl >= bu) {
     *sk = SIM_SK_FIX;
   } else if (!low && !upp) {
     *sk = SIM_SK_SUPBAS;
-    if (!values) *x = 0.0;
   } else if (!(*sk == SIM_SK_LOW && low) && !(*sk == SIM_SK_UPR && upp)) {
     const bool inside = (!low || *x > bl) && (!upp || *x < bu);
     if (!(*sk == SIM_SK_SUPBAS && values && inside))

@@ -330,6 +330,30 @@ TEST(SimplexOptimize, BadDataAndStopsEndWithTheirCodes) {
   solver.expect_optimal();
 }
 
+// minimise -1e-5 x, 2^-24 x <= 1.5 2^-24, 0 <= x <= 1. Scaling makes the unit of x so large that the start x = 1.5 is
+// within the tolerance of the bound and passes for optimal; on the data that were given it is not.
+TEST(SimplexOptimize, CleansUpWhatScalingHides) {
+  Lp lp = small(1, 1);
+  lp.ptr = {0, 1};
+  lp.sub = {0};
+  lp.val = {std::ldexp(1.0, -24)};
+  lp.bkc = {1};
+  lp.buc = {std::ldexp(1.5, -24)};
+  lp.bkx = {4};
+  lp.blx = {0};
+  lp.bux = {1};
+  lp.c = {-1e-5};
+  lp.optimum = -1e-5;
+  Solver solver(lp);
+  solver.skx = {SIM_SK_BAS};
+  solver.skc = {SIM_SK_UPR};
+  simplexpar par = defaults();
+  par.clean = 6;
+  solver.run(par);
+  solver.expect_optimal();
+  EXPECT_EQ(solver.xx[0], 1.0);
+}
+
 TEST(SimplexOptimize, RestartsFromABasisOfAnotherShape) {
   Solver solver(random_lp(11, 20, 30));
   simplexpar par = defaults();
