@@ -75,7 +75,7 @@ bool make_exact(PrimalSimplex* s) {
 double tight_tols(const PrimalSimplex* s) {
   double largest = 0.0;
   for (int32_t i = 0; i < s->m; ++i) largest = std::max(largest, std::fabs(s->y[i]));
-  return std::min(s->par->tols[SIM_PRIMAL], std::max(1e-9, 1e-14 * largest));
+  return std::max({std::min(s->par->tols[SIM_PRIMAL], 1e-14 * largest), s->noise, 1e-9});
 }
 
 // No candidate is left. True when the run is final.
@@ -165,9 +165,18 @@ bool check_reduced_cost(PrimalSimplex* s) {
     s->resp = SIM_RESP_NUMERIC;
     return false;
   }
-  if (std::fabs(comp - kept) > 0.1 * size && !s->exact) {
-    if (!s->fresh) ++s->badevents;
-    make_exact(s);
+  if (std::fabs(comp - kept) > 0.1 * size && size > s->tols) {
+    if (!s->exact) {
+      if (!s->fresh && size > 1e3 * s->tols) ++s->badevents;
+      make_exact(s);
+      return false;
+    }
+    // Noise of the multipliers: reduced costs of this size mean nothing.
+    constexpr double largest = 1e-2;
+    s->noise = std::min(std::max(10.0 * s->tols, s->noise), largest);
+    if (s->noise >= largest) ++s->badevents;
+    s->tols = std::max(s->tols, s->noise);
+    s->candvalid = false;
     return false;
   }
   // A wrong sign or nearly nothing left: out of the race with its true value.
@@ -238,9 +247,11 @@ void count_iteration(PrimalSimplex* s) {
 }
 
 void watch_degeneracy(PrimalSimplex* s) {
-  constexpr int64_t window = 100;
-  if (s->iter < s->windowiter + window) return;
-  const bool stalls = s->windowdeg * 10 > (s->iter - s->windowiter) * 3;
+  // Short runs get through their degenerate vertices faster without.
+  constexpr int64_t patience = 1500;
+  const int64_t window = std::clamp<int64_t>(s->m / 2, 300, patience);
+  if (s->iter < s->windowiter + window || s->iter < s->startiter + patience) return;
+  const bool stalls = s->windowdeg * 5 > (s->iter - s->windowiter) * 3;
   s->windowiter = s->iter;
   s->windowdeg = 0;
   if (stalls && s->allowperturb) psimplex_perturb(s);

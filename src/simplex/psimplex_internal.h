@@ -131,6 +131,7 @@ struct PrimalSimplex {
   int32_t numinf = 0;  // infeasible positions
   double suminf = 0.0, pobj = 0.0;
   double tolx = 0.0, tols = 0.0, tolpiv = 0.0, delta = 0.0;
+  double noise = 0.0;        // reduced costs up to it proved to be rounding errors
   bool refactor = true;      // asked for
   bool recompute = true;     // xb and duals asked for
   bool boundsmoved = false;  // since the last recomputation: feasibility may be lost without blame

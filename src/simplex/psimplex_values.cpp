@@ -122,6 +122,27 @@ void psimplex_formy(PrimalSimplex* s) {
   if (s->m == 0) return;
   for (int32_t i = 0; i < s->m; ++i) s->dense1[i] = s->bas[i].c;
   lu_btran(s->basis->factor, s->dense1, s->y);
+  // One refinement, where it matters.
+  const SimplexColumns& a = s->prob->a;
+  double norm = 0.0;
+  for (int32_t i = 0; i < s->m; ++i) {
+    const int32_t j = s->head[i];
+    double r = s->bas[i].c;
+    if (j < s->m) {
+      r += s->y[j];
+    } else {
+      for (int32_t k = a.ptrb[j - s->m]; k < a.ptre[j - s->m]; ++k) r -= a.val[k] * s->y[a.sub[k]];
+    }
+    s->dense1[i] = r;
+    norm = std::max(norm, std::fabs(r));
+  }
+  if (norm > 0.01 * s->tols) {
+    lu_btran(s->basis->factor, s->dense1, s->dense2);
+    for (int32_t i = 0; i < s->m; ++i) s->y[i] += s->dense2[i];
+    std::fill(s->dense2, s->dense2 + s->m, 0.0);
+  } else {
+    std::fill(s->dense1, s->dense1 + s->m, 0.0);
+  }
 }
 
 void psimplex_formd(PrimalSimplex* s) {

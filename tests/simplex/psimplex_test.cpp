@@ -236,7 +236,7 @@ TEST_P(PrimalSettings, FindTheOptimum) {
   apply(&assign);
   expect_optimal(assign, optimum);
   EXPECT_LT(assign.info.iter[SIM_PRIMAL], 40 * assign.m);
-  for (unsigned seed = 1; seed <= 60; ++seed) {
+  for (unsigned seed = 1; seed <= 25; ++seed) {
     SCOPED_TRACE(seed);
     Lp random = random_pair(seed, &optimum);
     apply(&random);
@@ -255,7 +255,7 @@ TEST_P(PrimalSettings, FindTheOptimum) {
 }
 
 TEST_P(PrimalSettings, CertifyInfeasibleAndUnboundedProblems) {
-  for (unsigned seed = 1; seed <= 30; ++seed) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
     SCOPED_TRACE(seed);
     double optimum;
     Lp lp = random_pair(seed, &optimum);
