@@ -1,4 +1,4 @@
-// The basis and its factorisation, the progress test, and values that follow from a solution.
+// The basis and its factorisation, and the reduced costs of a solution.
 #include <algorithm>
 
 #include "simplex/simplex_internal.h"
@@ -127,40 +127,6 @@ bool simplex_lustability(lu* factor) {
 void simplex_raiserelpiv(lu* factor) {
   const double now = lu_gettol(factor, LU_TOL_RELPIV);
   lu_puttol(factor, LU_TOL_RELPIV, std::max(now, std::min(1.5 * now, 0.5)));
-}
-
-int32_t simplex_checkprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj) {
-  constexpr double eps = 1e-6, large = 0.1;
-  const bool feasible = rec->suminf < eps;
-  int32_t result;
-  if (feasible && suminf > eps) {
-    result = -1;
-  } else {
-    // "Better" is a larger negobj in the feasible case, a smaller suminf otherwise.
-    const double last = feasible ? rec->negobj : -rec->suminf;
-    const double now = feasible ? negobj : -suminf;
-    const double size = std::max(std::fabs(last), std::fabs(now));
-    if (now > last + eps || (!feasible && suminf < eps)) {
-      result = 1;
-    } else if (size <= eps || now >= last - eps || std::fabs(last - now) <= large * size) {
-      result = 0;
-    } else {
-      result = -1;
-    }
-  }
-  if (result == 0) return 0;
-  rec->suminf = suminf;
-  rec->negobj = negobj;
-  if (result > 0) {
-    rec->iter = iter;
-  } else {
-    ++rec->count;
-  }
-  return result;
-}
-
-void simplex_resetprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj) {
-  *rec = {iter, suminf, negobj, 0};
 }
 
 void simplex_forms(const SimplexProblem& p, bool withcost) {

@@ -145,7 +145,6 @@ struct PrimalSimplex {
   int64_t startiter = 0;
   int64_t windowiter = 0, windowdeg = 0;  // start of the stretch in which degenerate steps are counted
   int64_t logiter = 0;
-  SimplexProgress progress{};
   int32_t resp = 0;
 };
 

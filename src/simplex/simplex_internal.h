@@ -1,5 +1,5 @@
-// What the simplex optimisers share behind the doors of simplex.h: factorisation with repair, the random stream and
-// the progress test.
+// What the simplex optimisers share behind the doors of simplex.h: factorisation with repair and
+// the random stream.
 #pragma once
 
 #include <cmath>
@@ -39,16 +39,6 @@ int32_t simplex_factor(sysenv* env, int32_t numcon, const SimplexColumns& a, sim
 bool simplex_lustability(lu* factor);
 // Stricter pivoting from the next factorisation on, after a doubt about the factor.
 void simplex_raiserelpiv(lu* factor);
-
-// The progress test: is the pair (sum of infeasibilities, -objective) better than the one kept?
-struct SimplexProgress {
-  int64_t iter;
-  double suminf, negobj;
-  int32_t count;  // setbacks
-};
-// 1 progress, 0 no change, -1 a setback. Keeps the new values unless nothing changed.
-int32_t simplex_checkprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj);
-void simplex_resetprogress(SimplexProgress* rec, int64_t iter, double suminf, double negobj);
 
 // The reduced costs of y: sc = cc + y, sx = cx - A'y; for a certificate of infeasibility without the costs.
 void simplex_forms(const SimplexProblem& p, bool withcost);
