@@ -85,9 +85,11 @@ def run_tarvo(path, options, limit, scratch):
             "violation": violation}
 
 
-def run_glpsol(path, options, limit, free):
+def run_glpsol(path, options, limit, free=False):
     output, cpu, late = run(["glpsol", "--freemps" if free else "--mps", str(path), "--tmlim", str(limit)] + options,
                             limit + 30)
+    if not free and "MPS file processing error" in output:
+        return run_glpsol(path, options, limit, True)
     rows = re.findall(r"^[*#]?\s*(\d+): obj =\s*(\S+)", output, re.M)
     status = ("optimal" if "OPTIMAL" in output else "infeasible" if "NO PRIMAL FEASIBLE" in output or
               "NO FEASIBLE" in output else "unbounded" if "UNBOUNDED" in output or "NO DUAL FEASIBLE" in output else
