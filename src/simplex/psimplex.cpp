@@ -149,6 +149,15 @@ bool no_blocking(PrimalSimplex* s) {
   return true;
 }
 
+// Reduced costs of the present size mean nothing: they are noise of the multipliers.
+void raise_noise(PrimalSimplex* s) {
+  constexpr double largest = 1e-2;
+  s->noise = std::min(std::max(10.0 * s->tols, s->noise), largest);
+  if (s->noise >= largest) ++s->badevents;
+  s->tols = std::max(s->tols, s->noise);
+  s->candvalid = false;
+}
+
 // The reduced cost of the entering variable from its column, which is exact up to the factor. False when the variable
 // is no candidate after all or everything has to be computed anew.
 bool check_reduced_cost(PrimalSimplex* s) {
@@ -171,12 +180,7 @@ bool check_reduced_cost(PrimalSimplex* s) {
       make_exact(s);
       return false;
     }
-    // Noise of the multipliers: reduced costs of this size mean nothing.
-    constexpr double largest = 1e-2;
-    s->noise = std::min(std::max(10.0 * s->tols, s->noise), largest);
-    if (s->noise >= largest) ++s->badevents;
-    s->tols = std::max(s->tols, s->noise);
-    s->candvalid = false;
+    raise_noise(s);
     return false;
   }
   // A wrong sign or nearly nothing left: out of the race with its true value.
@@ -246,15 +250,28 @@ void count_iteration(PrimalSimplex* s) {
   }
 }
 
-void watch_degeneracy(PrimalSimplex* s) {
+// Looks back over a stretch of iterations. Mostly degenerate steps: the bounds are perturbed. No gain although the steps
+// are long: the reduced costs that led them are rounding errors, and two columns may take turns for ever.
+void watch_progress(PrimalSimplex* s) {
   // Short runs get through their degenerate vertices faster without.
   constexpr int64_t patience = 1500;
   const int64_t window = std::clamp<int64_t>(s->m / 2, 300, patience);
   if (s->iter < s->windowiter + window || s->iter < s->startiter + patience) return;
   const bool stalls = s->windowdeg * 5 > (s->iter - s->windowiter) * 3;
+  const double objective = s->phase == 1 ? s->suminf : s->pobj;
+  constexpr double relative = 1e-11;
+  const bool gains = s->phase != s->windowphase ||
+                     objective < s->windowobj - relative * std::max(1.0, std::fabs(s->windowobj));
   s->windowiter = s->iter;
   s->windowdeg = 0;
-  if (stalls && s->allowperturb) psimplex_perturb(s);
+  s->windowphase = s->phase;
+  s->windowobj = objective;
+  if (stalls && s->allowperturb) {
+    psimplex_perturb(s);
+  } else if (!gains && !stalls) {
+    ++s->badevents;
+    raise_noise(s);
+  }
 }
 
 // The objective has passed the cut. True when the run ends there.
@@ -292,7 +309,7 @@ void psimplex_optimize(PrimalSimplex* s) {
       s->resp = SIM_RESP_SETBACKS;
       return;
     }
-    watch_degeneracy(s);
+    watch_progress(s);
     if (s->recompute) continue;
 
     s->enter = psimplex_select(s);

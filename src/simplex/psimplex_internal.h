@@ -143,7 +143,9 @@ struct PrimalSimplex {
   int32_t badevents = 0;
   int64_t iter = 0, infiter = 0, degiter = 0;
   int64_t startiter = 0;
-  int64_t windowiter = 0, windowdeg = 0;  // start of the stretch in which degenerate steps are counted
+  int64_t windowiter = 0, windowdeg = 0;  // start of the stretch that is looked back over, its degenerate steps,
+  int32_t windowphase = 0;                // and its phase and objective
+  double windowobj = 0.0;
   int64_t logiter = 0;
   int32_t resp = 0;
 };

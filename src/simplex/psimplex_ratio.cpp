@@ -71,14 +71,17 @@ bool ratio_infeasible(PrimalSimplex* s, double piv, double slope, double own) {
   std::make_heap(list, list + n, later);
   int32_t end = n;  // list[end..n) has been passed, the last one first
   double most = 0.0;
+  // What cancellation leaves of the slope is no fall: a long step along a flat stretch gains nothing and may be undone
+  // by the next one.
+  const double flat = 1e-9 * slope;
   while (end > 0) {
     std::pop_heap(list, list + end, later);
     --end;
     most = std::max(most, list[end].size);
     slope -= list[end].size;
-    if (slope <= 0.0) break;
+    if (slope <= flat) break;
   }
-  if (slope > 0.0 && own < simplex_inf) return false;  // still falling at the entering variable's own bound
+  if (slope > flat && own < simplex_inf) return false;  // still falling at the entering variable's own bound
   const double good = 0.1 * std::min(most, 10.0);
   int32_t k = end;
   while (list[k].size < good) ++k;
