@@ -54,6 +54,7 @@ void recompute(PrimalSimplex* s) {
 void bar_variable(PrimalSimplex* s, int32_t j) {
   s->fixlist[s->numfix++] = {j, s->stat[j]};
   s->stat[j] = PS_BARRED;
+  psimplex_offer(s, j);
 }
 
 void release_barred(PrimalSimplex* s) {
@@ -170,6 +171,7 @@ bool check_reduced_cost(PrimalSimplex* s) {
   const double kept = s->d[q];
   const double size = std::max(std::fabs(comp), std::fabs(kept));
   s->d[q] = comp;
+  psimplex_offer(s, q);
   if (comp * 0.0 != 0.0) {
     s->resp = SIM_RESP_NUMERIC;
     return false;
@@ -201,6 +203,7 @@ void bound_flip(PrimalSimplex* s) {
   } else {
     psimplex_updateduals(s);
     for (int32_t t = 0; t < s->auxrow.n; ++t) psimplex_offer(s, s->auxrow.sub[t]);
+    psimplex_offer(s, q);
   }
 }
 
@@ -234,6 +237,7 @@ bool pivot(PrimalSimplex* s) {
     for (int32_t t = 0; t < s->row.n; ++t) psimplex_offer(s, s->row.sub[t]);
     for (int32_t t = 0; t < s->auxrow.n; ++t) psimplex_offer(s, s->auxrow.sub[t]);
     psimplex_offer(s, p);
+    psimplex_offer(s, s->enter);
   }
   if (s->badweights > 3 && !s->exactweights) psimplex_resetweights(s);
   return true;

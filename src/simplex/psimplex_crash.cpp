@@ -44,7 +44,7 @@ void psimplex_primalcrash(PrimalSimplex* s) {
   Crash c{};
   c.count = s->cand;
   c.rowcount = s->rho.sub;
-  c.open = s->incand;
+  c.open = s->refset;
   int32_t* queues = s->auxrow.sub;
   for (int32_t& q : c.head) q = 0;
   int32_t kinds[3] = {0, 0, 0};

@@ -103,7 +103,8 @@ struct PrimalSimplex {
   // Pricing. `cand` holds the best candidates; no variable outside has a merit above `cutoff`.
   PsMethod method = PS_DEVEX;
   int32_t *cand = nullptr, numcand = 0;
-  int8_t* incand = nullptr;
+  double* candmerit = nullptr;  // the merits of the list, kept by psimplex_offer
+  int32_t* candpos = nullptr;   // by variable: its position in the list plus 1, or 0
   double cutoff = 0.0;
   int32_t listsize = 64;         // wanted length of the list
   int64_t passiter = 0;          // iteration of the last full pass
@@ -183,7 +184,7 @@ void psimplex_resetweights(PrimalSimplex* s);
 void psimplex_exactweights(PrimalSimplex* s);  // 1 + ||B^-1 a_j||^2
 int32_t psimplex_select(PrimalSimplex* s);     // -1: no candidate
 void psimplex_updateweights(PrimalSimplex* s);
-void psimplex_offer(PrimalSimplex* s, int32_t var);  // its merit may have grown
+void psimplex_offer(PrimalSimplex* s, int32_t var);  // its merit may have changed
 
 // psimplex_ratio.cpp
 bool psimplex_stepsize(PrimalSimplex* s);  // false: nothing blocks

@@ -1,9 +1,9 @@
 // Pricing: the choice of the entering variable, and its weights.
 //
-// The merit of an attractive variable is d*d/w. A short list holds the best of them, and `cutoff` bounds the merit of
-// everybody else: merits change only where the pivot row is not zero, and who then rises above the cutoff joins the
-// list. So the best of the list is the best of all as long as it reaches the cutoff; below it, a full pass makes a new
-// list.
+// The merit of an attractive variable is d*d/w. A short list holds the best of them with their merits, and `cutoff`
+// bounds the merit of everybody else: merits change only where the pivot row is not zero, and who then rises above the
+// cutoff joins the list. So the best of the list is the best of all as long as it reaches the cutoff; below it, a full
+// pass makes a new list.
 #include <algorithm>
 #include <bit>
 
@@ -21,8 +21,23 @@ double merit_of(const PrimalSimplex* s, int32_t j) {
 }
 
 void clear_list(PrimalSimplex* s) {
-  for (int32_t k = 0; k < s->numcand; ++k) s->incand[s->cand[k]] = 0;
+  for (int32_t k = 0; k < s->numcand; ++k) s->candpos[s->cand[k]] = 0;
   s->numcand = 0;
+}
+
+void append(PrimalSimplex* s, int32_t j, double merit) {
+  s->cand[s->numcand] = j;
+  s->candmerit[s->numcand] = merit;
+  s->candpos[j] = ++s->numcand;
+}
+
+// The last of the list takes position k.
+void drop(PrimalSimplex* s, int32_t k) {
+  s->candpos[s->cand[k]] = 0;
+  if (k == --s->numcand) return;
+  s->cand[k] = s->cand[s->numcand];
+  s->candmerit[k] = s->candmerit[s->numcand];
+  s->candpos[s->cand[k]] = k + 1;
 }
 
 // Full pass: the candidates with the largest merits, at least s->listsize of them if there are so many, told apart by
@@ -56,8 +71,7 @@ void full_pass(PrimalSimplex* s) {
     const double v = s->merit[j];
     if (!(v > 0.0)) continue;
     if (exponent(v) >= level && s->numcand < 4 * s->listsize) {
-      s->cand[s->numcand++] = j;
-      s->incand[j] = 1;
+      append(s, j, v);
     } else {
       s->cutoff = std::max(s->cutoff, v);
     }
@@ -100,20 +114,15 @@ int32_t select_partial(PrimalSimplex* s) {
   int32_t kept = 0;
   for (int32_t k = 0; k < s->numcand; ++k) {
     const int32_t j = s->cand[k];
-    if (ps_active(s->stat[j]) && price_one(s, j) > s->tols) {
-      s->cand[kept++] = j;
-    } else {
-      s->incand[j] = 0;
-    }
+    s->candpos[j] = ps_active(s->stat[j]) && price_one(s, j) > s->tols ? kept + 1 : 0;
+    if (s->candpos[j] != 0) s->cand[kept++] = j;
   }
   s->numcand = kept;
   for (int32_t scanned = 1; scanned <= s->nn; ++scanned) {
     const int32_t j = s->cursor;
     s->cursor = j + 1 < s->nn ? j + 1 : 0;
-    if (s->incand[j] == 0 && ps_active(s->stat[j]) && price_one(s, j) > s->tols && s->numcand < 4 * rule.cap) {
-      s->cand[s->numcand++] = j;
-      s->incand[j] = 1;
-    }
+    if (s->candpos[j] == 0 && ps_active(s->stat[j]) && price_one(s, j) > s->tols && s->numcand < 4 * rule.cap)
+      append(s, j, 0.0);
     if (scanned > rule.stop1 && s->numcand >= rule.cap) break;
     if (scanned > rule.stop2 && s->numcand >= rule.cap / 2) break;
   }
@@ -176,32 +185,32 @@ int32_t psimplex_select(PrimalSimplex* s) {
       full_pass(s);
       pass = 1;
     }
-    int32_t best = -1, kept = 0;
+    int32_t best = -1;
     double most = 0.0;
-    for (int32_t k = 0; k < s->numcand; ++k) {
-      const int32_t j = s->cand[k];
-      const double v = merit_of(s, j);
+    for (int32_t k = 0; k < s->numcand;) {
+      const double v = s->candmerit[k];
       if (v <= 0.0) {
-        s->incand[j] = 0;
+        drop(s, k);
         continue;
       }
-      s->cand[kept++] = j;
       if (v > most) {
         most = v;
-        best = j;
+        best = s->cand[k];
       }
+      ++k;
     }
-    s->numcand = kept;
     if (most >= s->cutoff || pass == 1) return best;
     s->candvalid = false;
   }
 }
 
 void psimplex_offer(PrimalSimplex* s, int32_t j) {
-  if (s->incand[j] != 0 || !s->candvalid || s->method == PS_PARTIAL) return;
-  if (merit_of(s, j) > s->cutoff) {
-    s->cand[s->numcand++] = j;
-    s->incand[j] = 1;
+  if (!s->candvalid || s->method == PS_PARTIAL) return;
+  const double v = merit_of(s, j);
+  if (s->candpos[j] != 0) {
+    s->candmerit[s->candpos[j] - 1] = v;
+  } else if (v > s->cutoff) {
+    append(s, j, v);
   }
 }
 

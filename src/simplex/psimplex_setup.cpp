@@ -19,11 +19,11 @@ int32_t psimplex_make(PrimalSimplex* s) {
   if (nz > INT32_MAX) return SIM_RESP_SPACE;
 
   Workspace& ws = s->block;
-  for (double** v : {&s->lo, &s->up, &s->lo0, &s->up0, &s->cost, &s->x, &s->d, &s->w, &s->merit})
+  for (double** v : {&s->lo, &s->up, &s->lo0, &s->up0, &s->cost, &s->x, &s->d, &s->w, &s->merit, &s->candmerit})
     ws.add(v, nn, Fill::zero);
   ws.add(&s->stat, nn, Fill::zero);
   ws.add(&s->refset, nn, Fill::zero);
-  ws.add(&s->incand, nn, Fill::zero);
+  ws.add(&s->candpos, nn, Fill::zero);
   ws.add(&s->cand, nn);
   ws.add(&s->fixlist, nn);
   ws.add(&s->bas, m, Fill::zero);
