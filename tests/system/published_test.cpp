@@ -147,6 +147,15 @@ TEST_P(Settings, AgreeOnTheObjective) {
   }
 }
 
+// Two columns that take turns along a flat stretch of the sum of infeasibilities would never end here.
+TEST_F(Solved, SteepestEdgePassesNoFlatStretch) {
+  ASSERT_EQ(TRV_putintparam(task, TRV_IPAR_SIM_PRIMAL_SELECTION, TRV_SIM_SELECTION_SE), TRV_RES_OK);
+  ASSERT_EQ(TRV_putintparam(task, TRV_IPAR_SIM_SCALING, TRV_SCALING_NONE), TRV_RES_OK);
+  ASSERT_EQ(TRV_putintparam(task, TRV_IPAR_SIM_MAX_ITERATIONS, 20000), TRV_RES_OK);
+  ASSERT_NO_FATAL_FAILURE(read("netlib/wood1p.mps"));
+  ASSERT_NO_FATAL_FAILURE(solve_and_check({"netlib/wood1p.mps", "optimal", 1.44290241157341}));
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, Settings,
                          ::testing::Combine(::testing::Range(0, 6), ::testing::Range(0, 4), ::testing::Values(1)));
 INSTANTIATE_TEST_SUITE_P(Degen, Settings,
