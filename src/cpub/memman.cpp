@@ -108,7 +108,7 @@ void close_file(memman* mm) {
   close_file(mm);
   unlock(mm);
   if (mm->fatal_func != nullptr) {
-    mm->fatal_func(mm->fatal_handle, at.file, at.number, text, -1);
+    mm->fatal_func(mm->fatal_handle, at.file, at.number, text, corruption_status);
   } else {
     std::fprintf(stderr, "\n\nFatal error\nFile : %s\nLine : %d\nMsg. : %s\n", at.file, at.number, text);
   }

@@ -272,10 +272,10 @@ void simplex_items(Task* task, const simplexinfo* info) {
         info->hotstartnumbasics;
     iinf[dual ? TRV_IINF_SIM_DUAL_HOTSTART_BASIS_RANK : TRV_IINF_SIM_PRIMAL_HOTSTART_BASIS_RANK] = info->hotstartrank;
   }
-  // The optimisers minimise: the objective of a maximisation comes negated.
+  // The optimisers minimise: the objective of a maximisation comes negated. Adding 0 takes the sign off a zero.
   const double sign = resolved_sense(task) == TRV_OBJECTIVE_SENSE_MAXIMIZE ? -1.0 : 1.0;
-  dinf[TRV_DINF_SIM_PRIMAL_OBJ] = sign * info->pobj;
-  dinf[TRV_DINF_SIM_DUAL_OBJ] = sign * info->dobj;
+  dinf[TRV_DINF_SIM_PRIMAL_OBJ] = sign * info->pobj + 0.0;
+  dinf[TRV_DINF_SIM_DUAL_OBJ] = sign * info->dobj + 0.0;
   dinf[TRV_DINF_SIM_PRIMAL_FEAS] = info->sumpbi;
   dinf[TRV_DINF_SIM_DUAL_FEAS] = info->sumdbi;
   dinf[TRV_DINF_SIM_PRIMAL_CPUTIME] = info->cputime[SIM_PRIMAL];

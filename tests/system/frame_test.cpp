@@ -145,20 +145,21 @@ TEST(Lifetime, LeakedBlocksAreToldAndTheObjectsAreGone) {
 }
 
 TEST(Lifetime, FatalErrorsReachTheExitFunction) {
-  // A guard of a block is damaged in a child process, whose exit function gives the status.
-  const auto damage = [] {
+  // A guard of a block is damaged in a child process, whose exit function gives the status or comes back.
+  const auto damage = [](TRVexitfunc func) {
     TRVenv env = nullptr;
     TRVtask task = nullptr;
     TRV_makeenv(&env, nullptr, nullptr, nullptr, "");
-    TRV_putexitfunc(
-        env, [](void*, const char*, int32_t, const char*) { std::_Exit(77); }, nullptr);
+    TRV_putexitfunc(env, func, nullptr);
     TRV_initenv(env);
     TRV_makeemptytask(env, &task);
     auto* block = static_cast<char*>(TRV_calloctask(task, 16, 1));
     block[16] = 0;
     TRV_checkmemtask(task, "f.c", 9);
   };
-  EXPECT_EXIT(damage(), testing::ExitedWithCode(77), "");
+  EXPECT_EXIT(damage([](void*, const char*, int32_t, const char*) { std::_Exit(77); }), testing::ExitedWithCode(77),
+              "");
+  EXPECT_EXIT(damage([](void*, const char*, int32_t, const char*) {}), testing::ExitedWithCode(256 - 99), "");
 }
 
 TEST_F(Frame, ErrorsAlwaysComeBack) {
