@@ -30,9 +30,7 @@ void print_all(std::ostream& out) {
 #define ENUM(family, member, value) {#family "_" #member, value},
 #include "tarvo/tables/enums.def"
 #undef ENUM
-            {"OFF", 0},
-            {"ON", 1},
-            {"MAX_STR_LEN", 1024}});
+            {"OFF", 0}, {"ON", 1}, {"MAX_STR_LEN", 1024}});
   print(out, "Call-back codes", "TRV_CALLBACK_",
         {
 #define CALLBACK(number, name) {#name, number},

@@ -16,13 +16,19 @@ double outward(PrimalSimplex* s, double bound, double size) {
   return (0.5 + 0.5 * r) * size * std::max(1.0, std::fabs(bound));
 }
 
+// What the caller asked for (TRV_SIM_DEGEN_): the aggressive way moves the bounds further, the minimal one less.
+double aggressiveness(int32_t degen) {
+  constexpr int32_t aggressive = 2, minimum = 4;
+  return degen == aggressive ? 10.0 : degen == minimum ? 0.01 : 1.0;
+}
+
 }  // namespace
 
 void psimplex_perturb(PrimalSimplex* s) {
   constexpr int32_t max_rounds = 3;
   if (s->perturbrounds >= max_rounds || s->perturbed) return;
   ++s->perturbrounds;
-  const double p = 5e-6 * std::pow(10.0, s->perturbrounds - 1);
+  const double p = 5e-6 * std::pow(10.0, s->perturbrounds - 1) * aggressiveness(s->par->degen);
   for (int32_t j = 0; j < s->nn; ++j) {
     if (s->lo0[j] >= s->up0[j]) continue;
     if (s->lo0[j] != -simplex_inf) s->lo[j] = s->lo0[j] - outward(s, s->lo0[j], p);

@@ -17,21 +17,27 @@ namespace tarvo {
 // Internal stop codes (`resp`) that the simplex gives; 0 is "go on" or "done".
 enum SimplexResp : int32_t {
   SIM_RESP_OK = 0,
-  SIM_RESP_SPACE = 1,         // out of memory
-  SIM_RESP_ITERATIONS = 4,    // iteration limit
-  SIM_RESP_TIME = 5,          // time limit, from an event
-  SIM_RESP_BREAK = 6,         // control-C, from an event
-  SIM_RESP_CALLBACK = 7,      // stopped by the caller, from an event
-  SIM_RESP_NUMERIC = 9,       // numerical failure
-  SIM_RESP_OBJCUT = 15,       // objective cut passed
-  SIM_RESP_SETBACKS = 27,     // too many bad events
-  SIM_RESP_NOPROGRESS = 31,   // no further progress possible at the tightest tolerance
+  SIM_RESP_SPACE = 1,        // out of memory
+  SIM_RESP_ITERATIONS = 4,   // iteration limit
+  SIM_RESP_TIME = 5,         // time limit, from an event
+  SIM_RESP_BREAK = 6,        // control-C, from an event
+  SIM_RESP_CALLBACK = 7,     // stopped by the caller, from an event
+  SIM_RESP_NUMERIC = 9,      // numerical failure
+  SIM_RESP_OBJCUT = 15,      // objective cut passed
+  SIM_RESP_SETBACKS = 27,    // too many bad events
+  SIM_RESP_NOPROGRESS = 31,  // no further progress possible at the tightest tolerance
 };
 
 // Bound keys and status keys have the values of TRV_BK_ and TRV_SK_.
 enum SimplexBk : int32_t { SIM_BK_LO = 0, SIM_BK_UP = 1, SIM_BK_FX = 2, SIM_BK_FR = 3, SIM_BK_RA = 4 };
 enum SimplexSk : int32_t {
-  SIM_SK_UNK = 0, SIM_SK_BAS = 1, SIM_SK_SUPBAS = 2, SIM_SK_LOW = 3, SIM_SK_UPR = 4, SIM_SK_FIX = 5, SIM_SK_INF = 6
+  SIM_SK_UNK = 0,
+  SIM_SK_BAS = 1,
+  SIM_SK_SUPBAS = 2,
+  SIM_SK_LOW = 3,
+  SIM_SK_UPR = 4,
+  SIM_SK_FIX = 5,
+  SIM_SK_INF = 6
 };
 
 enum SimplexOptimizer : int32_t { SIM_DUAL = 0, SIM_PRIMAL = 1, SIM_NETWORK = 2, SIM_NUM_OPTIMIZERS = 3 };
@@ -46,17 +52,17 @@ struct SimplexColumns {
 
 // Parameters of a run. Three-element fields are indexed by SimplexOptimizer.
 struct simplexpar {
-  int32_t optimizer;       // 1 primal simplex, 2 dual simplex, 0 free
-  int32_t bioptimizer;     // what cleans a basis from basis identification: 0 free, 1 primal, 2 dual
-  int32_t clean;           // start: 0 cold; 1 keys and basis as they are; 2, 4 primal feasible basis; 3, 5 dual feasible
-                           // basis; 6 any known basis; 7, 8, 9 basis from basis identification
-  int32_t degen;           // TRV_SIM_DEGEN_
-  int32_t scaling;         // 0 free, 1 none, 3 moderate, 4 aggressive
-  int32_t savelu;          // keep the factor for basis solves
-  int32_t nonsingular;     // demand a non-singular crash
-  int32_t solveform;       // 0 free, 1 primal form, 2 dual form
-  int32_t switchopt;       // primal becomes dual with the form
-  int32_t presolve;        // 0 no, 1 yes, 2 free
+  int32_t optimizer;    // 1 primal simplex, 2 dual simplex, 0 free
+  int32_t bioptimizer;  // what cleans a basis from basis identification: 0 free, 1 primal, 2 dual
+  int32_t clean;        // start: 0 cold; 1 keys and basis as they are; 2, 4 primal feasible basis; 3, 5 dual feasible
+                        // basis; 6 any known basis; 7, 8, 9 basis from basis identification
+  int32_t degen;        // TRV_SIM_DEGEN_
+  int32_t scaling;      // 0 free, 1 none, 3 moderate, 4 aggressive
+  int32_t savelu;       // keep the factor for basis solves
+  int32_t nonsingular;  // demand a non-singular crash
+  int32_t solveform;    // 0 free, 1 primal form, 2 dual form
+  int32_t switchopt;    // primal becomes dual with the form
+  int32_t presolve;     // 0 no, 1 yes, 2 free
   int32_t netdetect, netdetecthot, netdetectmethod;
   int32_t primalrestrict, dualrestrict;  // percentage of the restricted candidate set
   int32_t hotstartstatus;                // use the status keys of the offered solution only
@@ -66,7 +72,7 @@ struct simplexpar {
   int32_t refactorfreq[SIM_NUM_OPTIMIZERS];  // 0 automatic
   double tolx[SIM_NUM_OPTIMIZERS], tols[SIM_NUM_OPTIMIZERS], tolpiv[SIM_NUM_OPTIMIZERS];
   int32_t haslowcut, hasupcut;
-  double lowcut, upcut;  // objective cuts, of the minimised objective
+  double lowcut, upcut;                                                 // objective cuts, of the minimised objective
   int32_t logfreq[SIM_NUM_OPTIMIZERS], lognetfreq[SIM_NUM_OPTIMIZERS];  // iterations between log rows, 0 never
   int32_t deblev, timing;
 };
@@ -127,8 +133,8 @@ struct simplexbasis {
   lu* factor = nullptr;  // NULL or a factor of this dimension; valid when lu_isfactored
 };
 
-// An all-logical basis for numcon rows, with a factor object that holds no factor yet. SIM_RESP_SPACE leaves what there is
-// for simplex_deletebasis, which may be called on any basis, also an empty one.
+// An all-logical basis for numcon rows, with a factor object that holds no factor yet. SIM_RESP_SPACE leaves what there
+// is for simplex_deletebasis, which may be called on any basis, also an empty one.
 int32_t simplex_makebasis(sysenv* env, int32_t numcon, simplexbasis* basis);
 void simplex_deletebasis(simplexbasis* basis);
 int32_t simplex_copybasis(sysenv* env, const simplexbasis& from, simplexbasis* to);  // *to is unchanged on failure
@@ -153,7 +159,8 @@ struct SimplexSolution {
 };
 
 // The one entry: takes an unscaled linear problem (minimisation; the arrays are read only), solves it and writes the
-// solution. With par.clean set, `solution` holds the start. `basis` receives the factor when par.savelu is set.
+// solution. With par.clean set, `solution` holds the start. `basis`, of input.numcon rows, is worked in; the factor it
+// holds afterwards may be that of the scaled problem.
 struct SimplexInput {
   int32_t numcon, numvar;
   SimplexColumns a;

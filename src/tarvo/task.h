@@ -54,8 +54,8 @@ struct NameStore {
 
 struct Solution {
   int32_t prosta, solsta, defined;
-  Array<int32_t> keys;    // skc[maxnumcon], skx[maxnumvar], and for TRV_SOL_ITR skn[maxnumcone]
-  Array<double> values;   // xc, xx, then but for TRV_SOL_ITG y, slc, suc, slx, sux, then for TRV_SOL_ITR snx
+  Array<int32_t> keys;   // skc[maxnumcon], skx[maxnumvar], and for TRV_SOL_ITR skn[maxnumcone]
+  Array<double> values;  // xc, xx, then but for TRV_SOL_ITG y, slc, suc, slx, sux, then for TRV_SOL_ITR snx
 };
 
 // What the last TRV_readdata read, for TRV_readsummary.
@@ -138,12 +138,12 @@ struct TRVtask_st {
   int32_t in_response;  // it runs: reports that it causes aren't handed to it again
   tarvo::StreamBlock streams;
   int32_t log_events;
-  int32_t head_printed;        // the problem head was printed in this optimisation
-  int32_t sim_head_count;      // simplex entry blocks printed in this optimisation
+  int32_t head_printed;    // the problem head was printed in this optimisation
+  int32_t sim_head_count;  // simplex entry blocks printed in this optimisation
   int32_t iter_head_printed;
   int32_t num_optimizations;
-  double callback_time;           // real clock at the last call of the call-back for an iteration
-  double clock_cpu, clock_real;   // the last readings of both clocks by an event
+  double callback_time;          // real clock at the last call of the call-back for an iteration
+  double clock_cpu, clock_real;  // the last readings of both clocks by an event
   int32_t break_code, ctrlc_snapshot;
   int32_t last_code;
   char* last_message;

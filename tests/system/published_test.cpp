@@ -159,6 +159,7 @@ TEST_F(Solved, SteepestEdgePassesNoFlatStretch) {
 INSTANTIATE_TEST_SUITE_P(Of, Settings,
                          ::testing::Combine(::testing::Range(0, 6), ::testing::Range(0, 4), ::testing::Values(1)));
 INSTANTIATE_TEST_SUITE_P(Degen, Settings,
-                         ::testing::Combine(::testing::Values(0, 1), ::testing::Values(0), ::testing::Values(0, 2, 3, 4)));
+                         ::testing::Combine(::testing::Values(0, 1), ::testing::Values(0),
+                                            ::testing::Values(0, 2, 3, 4)));
 
 }  // namespace
