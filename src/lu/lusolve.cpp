@@ -9,6 +9,49 @@
 
 namespace tarvo {
 
+namespace {
+
+// Most searches that get this share of the budget behind them will use it up.
+constexpr int32_t doubt_share = 8;
+
+// Whether a search that stands at `depth` nodes of f->stack, with lines of `*sum` elements touched and the starts
+// start[0..n-1] to come, will reach the budget. Answers breadth first, which, unlike the search itself, has hardly a
+// branch to guess wrong; leaves f->seen as it was and uses the free end of f->stack.
+bool reaches_budget(lu* f, const LuLine* __restrict line, const LuElm* __restrict elm, int32_t depth, int32_t n,
+                    const int32_t* start, WorkCount budget, WorkCount* sum) {
+  unsigned char* __restrict seen = f->seen.data();
+  const int32_t* __restrict stack = f->stack.data();
+  int32_t* __restrict queue = f->stack.data() + 2 * depth;
+  WorkCount touched = *sum;
+  int32_t tail = 0, head = 0;
+  const auto expand = [&](int32_t node) {
+    const LuLine below = line[node];
+    const int32_t from = tail;
+    for (int32_t a = below.beg; a < below.beg + below.cnt; ++a) {
+      const int32_t next = elm[a].sub;
+      queue[tail] = next;
+      const unsigned char fresh = seen[next] == 0 ? 1 : 0;
+      seen[next] |= fresh;
+      tail += fresh;
+    }
+    for (int32_t k = from; k < tail; ++k) touched += line[queue[k]].cnt;
+  };
+  for (int32_t k = 0; k < n; ++k) {
+    if (seen[start[k]] != 0) continue;
+    seen[start[k]] = 1;
+    queue[tail++] = start[k];
+    touched += line[start[k]].cnt;
+  }
+  for (int32_t k = depth - 1; k >= 0 && touched < budget; --k) expand(stack[2 * k]);
+  while (head < tail && touched < budget) expand(queue[head++]);
+  for (int32_t k = 0; k < tail; ++k) seen[queue[k]] = 0;
+  if (touched < budget) return false;
+  *sum = touched;
+  return true;
+}
+
+}  // namespace
+
 int32_t lu_search(lu* f, const LuLine* lines, const LuElm* file, int32_t n, const int32_t* start, WorkCount* touched) {
   const WorkCount budget = f->nrow / 4;
   unsigned char* __restrict seen = f->seen.data();
@@ -23,6 +66,7 @@ int32_t lu_search(lu* f, const LuLine* lines, const LuElm* file, int32_t n, cons
   if (sum >= budget) return -1;
 
   sum = 0;
+  WorkCount doubt = std::max<WorkCount>(budget / doubt_share, 1);
   int32_t finished = 0, depth = 0;
   const auto abandon = [&] {
     for (int32_t k = 0; k < finished; ++k) seen[list[k]] = 0;
@@ -42,7 +86,10 @@ int32_t lu_search(lu* f, const LuLine* lines, const LuElm* file, int32_t n, cons
     int32_t node = root, at = line[root].beg, end = at + line[root].cnt;
     stack[0] = root;
     depth = 1;
-    if (sum >= budget) return abandon();
+    if (sum >= doubt) {
+      if (reaches_budget(f, line, elm, depth, n - k, start + k, budget, &sum)) return abandon();
+      doubt = budget;
+    }
     for (;;) {
       if (at < end) {
         const int32_t next = elm[at++].sub;
@@ -57,7 +104,10 @@ int32_t lu_search(lu* f, const LuLine* lines, const LuElm* file, int32_t n, cons
         stack[2 * depth] = next;
         ++depth;
         sum += below.cnt;
-        if (sum >= budget) return abandon();
+        if (sum >= doubt) {
+          if (reaches_budget(f, line, elm, depth, n - k, start + k, budget, &sum)) return abandon();
+          doubt = budget;
+        }
         node = next;
         at = below.beg;
         end = at + below.cnt;
