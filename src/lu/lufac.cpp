@@ -132,12 +132,14 @@ int32_t lu_finalizefactor(lu* f) {
     for (int32_t a = f->lbeg; a < f->wsze; ++a) ++f->lrow[cfile[a].sub].cnt;
     end = f->lbeg;
     for (int32_t p = 0; p < m && f->lnz > 0; ++p) {
-      LuLine& row = f->lrow[f->perm[p]];
-      if (row.cnt == 0) continue;
+      if (f->lrow[f->perm[p]].cnt > 0) f->lrowlist[f->nlrow++] = f->perm[p];
+    }
+    // BTRAN takes the rows from the last to the first and so finds them one behind the other.
+    for (int32_t k = f->nlrow - 1; k >= 0; --k) {
+      LuLine& row = f->lrow[f->lrowlist[k]];
       row.beg = end;
       end += row.cnt;
       row.cnt = 0;
-      f->lrowlist[f->nlrow++] = f->perm[p];
     }
     for (int32_t k = 0; k < f->nlcol; ++k) {
       const int32_t i = f->lcollist[k];
@@ -155,25 +157,32 @@ int32_t lu_finalizefactor(lu* f) {
   f->numupd = 0;
 
   // Columns take the name of their pivot row; elements in columns without pivot (there are some when ncol > nrow) go.
+  // The rows go by way of the column file, which is rebuilt later, to their places in pivot order. They need no more
+  // room than they have: a rounded capacity is at most the one in force.
   {
     LuTimer part(f, LU_OP_FINALU);
     const int32_t* __restrict invq = f->invq.data();
     WorkCount touched = m;
+    int32_t end = 0;
     for (int32_t p = 0; p < m; ++p) {
       const int32_t i = f->perm[p];
       f->order[p] = i;
       f->orderpos[i] = p;
       LuLine& row = f->urow[i];
-      int32_t to = row.beg;
+      int32_t kept = 0;
       for (int32_t a = row.beg; a < row.beg + row.cnt; ++a) {
         const int32_t label = invq[rfile[a].sub];
-        rfile[to].val = rfile[a].val;
-        rfile[to].sub = label;
-        to += label != m ? 1 : 0;
+        cfile[end + kept] = {rfile[a].val, label, 0};
+        kept += label != m ? 1 : 0;
       }
       touched += row.cnt;
-      row.cnt = to - row.beg;
+      row = {end, kept};
+      f->ucapr[i] = lu_capacity(kept, f->ncol);
+      end += f->ucapr[i];
     }
+    std::copy_n(cfile, end, rfile);
+    f->uendr = end;
+    lu_clearfree(f, f->freer);
     f->norder = m;
     lu_charge(f, LU_OP_FINALU, touched);
   }

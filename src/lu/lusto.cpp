@@ -158,7 +158,8 @@ int32_t lu_buildcol(lu* f) {
   };
   bool fits = true;
   if (done) {
-    for (int32_t k = 0; k < n && fits; ++k) {
+    // FTRAN takes the columns from the last to the first.
+    for (int32_t k = n - 1; k >= 0 && fits; --k) {
       if (rows[k] >= 0) fits = lay(rows[k]);
     }
   } else {
