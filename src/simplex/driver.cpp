@@ -400,6 +400,7 @@ void finish_unscaled(Run* run, double before) {
   simplexpar par = run->par;
   par.clean = 1;
   par.hotstartstatus = 0;
+  par.haslowcut = par.hasupcut = 0;  // they were tested before
   if (run->scaled) lu_invalidate(run->basis->factor);
   const int32_t resp = simplex_primaloptimizer(run->env, par, run->info, &p, run->basis, *run->events);
   if (resp == SIM_RESP_OK) {

@@ -123,6 +123,11 @@ bool no_candidate(PrimalSimplex* s) {
     s->recompute = true;
     return false;
   }
+  // An offered optimum that lies above the upper cut is known to do so without a step.
+  if (s->par->hasupcut != 0 && s->par->clean != 0 && s->iter == s->startiter && s->pobj > s->par->upcut) {
+    s->resp = SIM_RESP_OBJCUT;
+    return true;
+  }
   s->info->prosta = 1;
   s->info->solsta = 1;
   return true;
@@ -254,25 +259,34 @@ void count_iteration(PrimalSimplex* s) {
   }
 }
 
-// Looks back over a stretch of iterations. Mostly degenerate steps: the bounds are perturbed. No gain although the steps
-// are long: the reduced costs that led them are rounding errors, and two columns may take turns for ever.
+// Another order of the candidates of equal merit, so that a cycle of degenerate steps is left sooner or later.
+void shuffle_weights(PrimalSimplex* s) {
+  for (int32_t j = 0; j < s->nn; ++j) s->w[j] *= 1.0 + simplex_rand(&s->info->seed);
+  s->candvalid = false;
+}
+
+// Looks back over a stretch of iterations. Mostly degenerate steps: the bounds are perturbed, or, when they may not be
+// and nothing is gained at all, the weights. No gain although the steps are long: the reduced costs that led them are
+// rounding errors, and two columns may take turns for ever.
 void watch_progress(PrimalSimplex* s) {
-  // Short runs get through their degenerate vertices faster without.
-  constexpr int64_t patience = 1500;
-  const int64_t window = std::clamp<int64_t>(s->m / 2, 300, patience);
-  if (s->iter < s->windowiter + window || s->iter < s->startiter + patience) return;
-  const bool stalls = s->windowdeg * 5 > (s->iter - s->windowiter) * 3;
+  const PsDegenRule rule = psimplex_degenrule(s->par->degen);
+  const int64_t window = std::clamp<int64_t>(s->m / 2, 300, std::min<int64_t>(rule.patience, 1500));
+  if (s->iter < s->windowiter + window || s->iter < s->startiter + rule.patience) return;
+  const double steps = static_cast<double>(s->iter - s->windowiter), degenerate = static_cast<double>(s->windowdeg);
   const double objective = s->phase == 1 ? s->suminf : s->pobj;
   constexpr double relative = 1e-11;
-  const bool gains = s->phase != s->windowphase ||
-                     objective < s->windowobj - relative * std::max(1.0, std::fabs(s->windowobj));
+  const bool gains =
+      s->phase != s->windowphase || objective < s->windowobj - relative * std::max(1.0, std::fabs(s->windowobj));
   s->windowiter = s->iter;
   s->windowdeg = 0;
   s->windowphase = s->phase;
   s->windowobj = objective;
-  if (stalls && s->allowperturb) {
-    psimplex_perturb(s);
-  } else if (!gains && !stalls) {
+  if (degenerate > rule.stall * steps && psimplex_perturb(s)) return;
+  if (gains) return;
+  constexpr double mostly = 0.6;
+  if (degenerate > mostly * steps) {
+    shuffle_weights(s);
+  } else {
     ++s->badevents;
     raise_noise(s);
   }

@@ -106,8 +106,8 @@ struct PrimalSimplex {
   double* candmerit = nullptr;  // the merits of the list, kept by psimplex_offer
   int32_t* candpos = nullptr;   // by variable: its position in the list plus 1, or 0
   double cutoff = 0.0;
-  int32_t listsize = 64;         // wanted length of the list
-  int64_t passiter = 0;          // iteration of the last full pass
+  int32_t listsize = 64;  // wanted length of the list
+  int64_t passiter = 0;   // iteration of the last full pass
   bool candvalid = false;
   double* merit = nullptr;    // scratch of a full pass
   int32_t cursor = 0;         // partial pricing: where the circular scan goes on
@@ -199,7 +199,16 @@ void psimplex_updateduals(PrimalSimplex* s);
 void psimplex_changebasis(PrimalSimplex* s);
 
 // psimplex_perturb.cpp
-void psimplex_perturb(PrimalSimplex* s);
+// What a level of TRV_SIM_DEGEN_ means: the part of degenerate steps that counts as a stall, the iterations before the
+// first look, how often the bounds may be perturbed in a run, and by how much at first (relative).
+struct PsDegenRule {
+  double stall;
+  int64_t patience;
+  int32_t rounds;
+  double size;
+};
+PsDegenRule psimplex_degenrule(int32_t degen);
+bool psimplex_perturb(PrimalSimplex* s);  // false: not any more
 void psimplex_removeperturb(PrimalSimplex* s);
 
 // psimplex_super.cpp

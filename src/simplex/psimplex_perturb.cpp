@@ -16,19 +16,28 @@ double outward(PrimalSimplex* s, double bound, double size) {
   return (0.5 + 0.5 * r) * size * std::max(1.0, std::fabs(bound));
 }
 
-// What the caller asked for (TRV_SIM_DEGEN_): the aggressive way moves the bounds further, the minimal one less.
-double aggressiveness(int32_t degen) {
-  constexpr int32_t aggressive = 2, minimum = 4;
-  return degen == aggressive ? 10.0 : degen == minimum ? 0.01 : 1.0;
-}
-
 }  // namespace
 
-void psimplex_perturb(PrimalSimplex* s) {
-  constexpr int32_t max_rounds = 3;
-  if (s->perturbrounds >= max_rounds || s->perturbed) return;
+PsDegenRule psimplex_degenrule(int32_t degen) {
+  switch (degen) {
+    case 0:  // none
+      return {2.0, 1500, 0, 0.0};
+    case 2:  // aggressive
+      return {0.3, 300, 3, 5e-5};
+    case 3:  // moderate
+      return {0.5, 800, 3, 5e-6};
+    case 4:  // minimum
+      return {0.9, 3000, 1, 1e-6};
+    default:  // free: short runs get through their degenerate vertices faster without
+      return {0.6, 1500, 3, 5e-6};
+  }
+}
+
+bool psimplex_perturb(PrimalSimplex* s) {
+  const PsDegenRule rule = psimplex_degenrule(s->par->degen);
+  if (!s->allowperturb || s->perturbrounds >= rule.rounds || s->perturbed) return false;
   ++s->perturbrounds;
-  const double p = 5e-6 * std::pow(10.0, s->perturbrounds - 1) * aggressiveness(s->par->degen);
+  const double p = rule.size * std::pow(10.0, s->perturbrounds - 1);
   for (int32_t j = 0; j < s->nn; ++j) {
     if (s->lo0[j] >= s->up0[j]) continue;
     if (s->lo0[j] != -simplex_inf) s->lo[j] = s->lo0[j] - outward(s, s->lo0[j], p);
@@ -42,6 +51,7 @@ void psimplex_perturb(PrimalSimplex* s) {
   }
   s->perturbed = true;
   s->recompute = s->boundsmoved = true;
+  return true;
 }
 
 void psimplex_removeperturb(PrimalSimplex* s) {

@@ -66,7 +66,7 @@ int32_t psimplex_make(PrimalSimplex* s) {
   const int k = SIM_PRIMAL;
   s->tolx = 0.1 * s->par->tolx[k];
   s->tols = 0.1 * s->par->tols[k];
-  s->delta = 0.01 * s->tolx;
+  s->delta = 0.5 * s->tolx;
   s->tolpiv = std::min(1e-9, s->par->tolpiv[k]);
   s->iter = s->startiter = s->info->iter[k];
   s->infiter = s->info->infiter[k];

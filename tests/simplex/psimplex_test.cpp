@@ -328,6 +328,74 @@ TEST(PrimalSimplex, StopsAtLimitsAndRepeatsBitForBit) {
   }
 }
 
+TEST(PrimalSimplex, OfferedOptimumAboveTheUpperCutStops) {
+  double optimum;
+  Lp lp = random_pair(11, &optimum);
+  expect_optimal(lp, optimum);
+  lp.par.clean = 1;
+  lp.par.hasupcut = 1;
+  lp.par.upcut = optimum - 1.0;
+  EXPECT_EQ(lp.solve(), SIM_RESP_OBJCUT);
+  lp.par.upcut = optimum + 1.0;
+  expect_optimal(lp, optimum);
+}
+
+// A limit in the middle of a perturbed run leaves a point that stands for the true bounds.
+TEST(PrimalSimplex, LimitInAPerturbedRunLeavesTheTrueBounds) {
+  double optimum;
+  Lp lp = assignment(90, &optimum);
+  sysenv* env = sysenv_make(SysKind::task, false, nullptr, nullptr, nullptr);
+  simplexbasis basis;
+  ASSERT_EQ(simplex_makebasis(env, lp.m, &basis), 0);
+  SimplexProblem p = lp.problem();
+  struct Watch {
+    bool perturbed = false;
+    int32_t after = 0;
+  } watch;
+  const SimplexEvents events{&watch,
+                             [](void* h, int32_t, const simplexinfo* info) {
+                               auto* w = static_cast<Watch*>(h);
+                               w->perturbed = w->perturbed || info->perturbed != 0;
+                               return w->perturbed && ++w->after > 3 ? int32_t{SIM_RESP_CALLBACK} : 0;
+                             },
+                             true};
+  lp.par.degen = 2;
+  lp.par.primalselect = 2;
+  EXPECT_EQ(simplex_primaloptimizer(env, lp.par, &lp.info, &p, &basis, events), SIM_RESP_CALLBACK);
+  EXPECT_TRUE(watch.perturbed);
+  for (std::size_t j = 0; j < lp.skx.size(); ++j) {
+    if (lp.skx[j] == SIM_SK_BAS) continue;
+    EXPECT_EQ(lp.xx[j], lp.skx[j] == SIM_SK_UPR ? lp.bux[j] : lp.blx[j]);
+  }
+  EXPECT_EQ(lp.basics(), lp.m);
+  simplex_deletebasis(&basis);
+  sysenv_delete(&env);
+}
+
+// Whatever the number of updates between factorisations, and with hardly any setback allowed.
+TEST(PrimalSimplex, RefactorFrequencyAndSetbacksChangeNoResult) {
+  for (const int32_t freq : {0, 1, 50, 1000}) {
+    for (unsigned seed = 1; seed <= 10; ++seed) {
+      double optimum;
+      Lp lp = random_pair(seed, &optimum);
+      lp.par.refactorfreq[SIM_PRIMAL] = freq;
+      expect_optimal(lp, optimum);
+      lp.par.maxsetbacks[SIM_PRIMAL] = 0;
+      const int32_t resp = lp.solve();
+      EXPECT_TRUE(resp == 0 || resp == SIM_RESP_SETBACKS) << resp;
+    }
+  }
+}
+
+// Two equal columns offered as basic: one is replaced inside the run.
+TEST(PrimalSimplex, RepairsASingularStart) {
+  Lp lp({-1, -1, -1}, {{1, 1, 0}, {2, 2, 1}, {0, 0, 3}}, {0, 0, 0}, {9, 9, 9}, {0, 0, 0}, {5, 5, 5});
+  lp.skc = {SIM_SK_UPR, SIM_SK_UPR, SIM_SK_UPR};
+  lp.skx = {SIM_SK_BAS, SIM_SK_BAS, SIM_SK_BAS};
+  lp.par.clean = 1;
+  expect_optimal(lp, -6.0);
+}
+
 TEST(PrimalSimplex, RunsOutOfMemoryInPlace) {
   struct Budget {
     int left;
