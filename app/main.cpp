@@ -63,6 +63,18 @@ void read_problem(Session& session, const Options& options, Result& result) {
   throw Failure(exit_unreadable, result.message);
 }
 
+// What to do about an optimizer that was refused.
+std::string optimizer_advice(const Session& session) {
+  int32_t type = TRV_PROBTYPE_LO;
+  TRV_getprobtype(session.task, &type);
+  if (type == TRV_PROBTYPE_LO) return "-o primal solves linear problems";
+  return std::string("the problem has ") +
+         (type == TRV_PROBTYPE_CONIC   ? "cones"
+          : type == TRV_PROBTYPE_MIXED ? "quadratic terms and cones"
+                                       : "quadratic terms") +
+         "; only linear problems can be solved yet";
+}
+
 void solve(Session& session, const Options& options, Result& result) {
   result.solved = true;
   const auto start = std::chrono::steady_clock::now();
@@ -79,6 +91,9 @@ void solve(Session& session, const Options& options, Result& result) {
     int32_t integers = 0;
     TRV_getnumintvar(session.task, &integers);
     if (integers > 0) complain("-p MIO_MODE=IGNORED solves the problem without its integer requirements");
+    if (result.code == TRV_RES_ERR_INV_OPTIMIZER || result.code == TRV_RES_ERR_MIXED_PROBLEM) {
+      complain(optimizer_advice(session));
+    }
   }
 }
 
@@ -96,7 +111,9 @@ void write_json(const Session& session, const Result& result, const std::string&
 
 int run(const Options& options) {
   if (options.list) {
-    list_params(std::cout, options.pattern);
+    if (!list_params(std::cout, options.pattern)) {
+      throw Failure(exit_usage, "no parameter matches '" + options.pattern + "'");
+    }
     return 0;
   }
   Session session;

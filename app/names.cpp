@@ -174,7 +174,8 @@ void set_param(const Session& session, const std::string& setting) {
   throw Failure(exit_usage, session.message(code) + " Expected: " + expected + ".");
 }
 
-void list_params(std::ostream& out, const std::string& pattern) {
+bool list_params(std::ostream& out, const std::string& pattern) {
+  bool any = false;
   const std::string wanted = upper(pattern);
   const bool glob = wanted.find_first_of("*?") != std::string::npos;
   for (const Param& param : params()) {
@@ -182,10 +183,12 @@ void list_params(std::ostream& out, const std::string& pattern) {
                                   fnmatch(wanted.c_str(), param.full().c_str(), 0) == 0
                             : param.full().find(wanted) != std::string::npos;
     if (!shown) continue;
+    any = true;
     out << param.full() << "  " << param.type;
     if (param.type != "string") out << "  " << range_text(param);
     out << "  [" << default_text(param) << "]\n    " << param.meaning << "\n";
   }
+  return any;
 }
 
 }  // namespace app

@@ -23,6 +23,7 @@ void set_param(const Session& session, const std::string& setting);
 
 // Lists name, type, range, default and meaning of the parameters whose names hold the pattern; "*" and "?" in it
 // stand for any text and any character, and the whole name without its prefix has to match then.
-void list_params(std::ostream& out, const std::string& pattern);
+// Whether there are any.
+bool list_params(std::ostream& out, const std::string& pattern);
 
 }  // namespace app

@@ -141,7 +141,10 @@ ReadError Session::read_once(const std::string& file) {
     errno = 0;
     std::FILE* again = std::fopen(file.c_str(), "r");
     error.message = "the file can't be opened";
-    if (errno != 0) error.message += std::string(": ") + std::strerror(errno);
+    int reason = errno;
+    // A directory opens for reading and fails only when it is read.
+    if (again != nullptr && std::fgetc(again) == EOF && std::ferror(again)) reason = errno;
+    if (reason != 0) error.message += std::string(": ") + std::strerror(reason);
     if (again != nullptr) std::fclose(again);
   }
   if (const char* expected = expectation(error.code); expected != nullptr) {

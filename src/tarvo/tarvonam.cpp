@@ -113,7 +113,7 @@ int32_t copy_name(Task* task, const char* name, int32_t maxlen, int32_t* len, ch
   const auto length = static_cast<int32_t>(std::strlen(name));
   if (len != nullptr) *len = length;
   if (buffer == nullptr) return TRV_RES_OK;
-  const int32_t kept = std::min(length, maxlen - 1);
+  const int32_t kept = std::min(length, std::max(maxlen, 0) - 1);
   if (kept >= 0) {
     std::memcpy(buffer, name, static_cast<std::size_t>(kept));
     buffer[kept] = '\0';

@@ -123,6 +123,7 @@ TEST_F(App, WrongUsageSaysWhatWouldBeRight) {
       {"-s - --json - x.mps", "standard output"},
       {"--no-solve -s table x.mps", "--solution"},
       {"--no-such-option x.mps", "--no-such-option"},
+      {"--list-params NO_SUCH", "NO_SUCH"},
   };
   for (const auto& [arguments, expected] : cases) {
     const Outcome r = run(arguments);
