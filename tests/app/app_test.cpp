@@ -107,6 +107,11 @@ TEST_F(App, StatusTellsInfeasibleUnboundedAndStopped) {
   EXPECT_EQ(j["solution_status"], "dual_infeas_cer");
   j = solve(examples + "planning.mps -p SIM_MAX_ITERATIONS=2", 5);
   EXPECT_EQ(j["response"]["name"], "TRV_RES_TRM_MAX_ITERATIONS");
+  text = tiny();
+  text.insert(text.find("ENDATA"), "QUADOBJ\n    X         X                    1\n");
+  const Outcome r = run("-q " + write("quadratic.mps", text));
+  EXPECT_EQ(r.status, 6);
+  EXPECT_NE(r.err.find("the problem has quadratic terms"), std::string::npos) << r.err;
 }
 
 TEST_F(App, WrongUsageSaysWhatWouldBeRight) {
