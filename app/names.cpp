@@ -127,7 +127,7 @@ const Param& find_param(const std::string& given) {
     if (name == full || name == param.name || "TRV_" + name == full) return param;
   }
   const auto tail = name.find("PAR_");
-  if (tail != std::string::npos && tail <= 5) name = name.substr(tail + 4);
+  if (tail <= 5) name = name.substr(tail + 4);
   const auto nearest =
       std::ranges::min_element(params(), {}, [&](const Param& param) { return distance(name, param.name); });
   throw Failure(exit_usage, "there is no parameter '" + given + "'; did you mean '" + nearest->name +

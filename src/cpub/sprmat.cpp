@@ -535,10 +535,6 @@ int32_t sprmat_getelement(sprmat* m, int32_t i, int32_t j, double* value) {
   return SPRMAT_OK;
 }
 
-int32_t sprmat_getveclen(sprmat* m, bool by_rows, int32_t v, int32_t* length) {
-  return sprmat_getvec(m, by_rows, v, length, nullptr, nullptr);
-}
-
 int32_t sprmat_getvec(sprmat* m, bool by_rows, int32_t v, int32_t* length, int32_t* sub, double* val) {
   if (const int32_t code = prepare(m, by_rows)) return code;
   if (m->by_rows == by_rows) {

@@ -56,7 +56,6 @@ int32_t sprmat_putelement(sprmat* m, int32_t i, int32_t j, double value);
 int32_t sprmat_getelement(sprmat* m, int32_t i, int32_t j, double* value);
 
 // A vector is a column (by_rows false) or a row (by_rows true).
-int32_t sprmat_getveclen(sprmat* m, bool by_rows, int32_t v, int32_t* length);
 // Each output may be NULL.
 int32_t sprmat_getvec(sprmat* m, bool by_rows, int32_t v, int32_t* length, int32_t* sub, double* val);
 // Replaces a vector by n pairs, no index twice; zeros are dropped.

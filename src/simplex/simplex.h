@@ -52,29 +52,25 @@ struct SimplexColumns {
 
 // Parameters of a run. Three-element fields are indexed by SimplexOptimizer.
 struct simplexpar {
-  int32_t optimizer;    // 1 primal simplex, 2 dual simplex, 0 free
-  int32_t bioptimizer;  // what cleans a basis from basis identification: 0 free, 1 primal, 2 dual
-  int32_t clean;        // start: 0 cold; 1 keys and basis as they are; 2, 4 primal feasible basis; 3, 5 dual feasible
-                        // basis; 6 any known basis; 7, 8, 9 basis from basis identification
-  int32_t degen;        // TRV_SIM_DEGEN_
-  int32_t scaling;      // 0 free, 1 none, 3 moderate, 4 aggressive
-  int32_t savelu;       // keep the factor for basis solves
-  int32_t nonsingular;  // demand a non-singular crash
-  int32_t solveform;    // 0 free, 1 primal form, 2 dual form
-  int32_t switchopt;    // primal becomes dual with the form
-  int32_t presolve;     // 0 no, 1 yes, 2 free
-  int32_t netdetect, netdetecthot, netdetectmethod;
-  int32_t primalrestrict, dualrestrict;  // percentage of the restricted candidate set
-  int32_t hotstartstatus;                // use the status keys of the offered solution only
-  int32_t primalcrash, dualcrash;        // crash percentage
+  int32_t optimizer;  // 1 primal simplex, 2 dual simplex, 0 free
+  int32_t clean;      // start: 0 cold; 1 keys and basis as they are; 2, 4 primal feasible basis; 3, 5 dual feasible
+                      // basis; 6 any known basis; 7, 8, 9 basis from basis identification
+  int32_t degen;      // TRV_SIM_DEGEN_
+  int32_t scaling;    // 0 free, 1 none, 3 moderate, 4 aggressive
+  int32_t savelu;     // keep the factor for basis solves
+  int32_t solveform;  // 0 free, 1 primal form, 2 dual form
+  int32_t presolve;   // 0 no, 1 yes, 2 free
+  int32_t primalrestrict;  // percentage of the restricted candidate set
+  int32_t hotstartstatus;  // use the status keys of the offered solution only
+  int32_t primalcrash;     // crash percentage
   int32_t maxiter[SIM_NUM_OPTIMIZERS], maxsetbacks[SIM_NUM_OPTIMIZERS];
-  int32_t primalselect, dualselect;  // 0 free, 1 partial, 2 full, 3 approximate steepest edge, 4 steepest edge, 5 devex
+  int32_t primalselect;  // 0 free, 1 partial, 2 full, 3 approximate steepest edge, 4 steepest edge, 5 devex
   int32_t refactorfreq[SIM_NUM_OPTIMIZERS];  // 0 automatic
   double tolx[SIM_NUM_OPTIMIZERS], tols[SIM_NUM_OPTIMIZERS], tolpiv[SIM_NUM_OPTIMIZERS];
   int32_t haslowcut, hasupcut;
-  double lowcut, upcut;                                                 // objective cuts, of the minimised objective
-  int32_t logfreq[SIM_NUM_OPTIMIZERS], lognetfreq[SIM_NUM_OPTIMIZERS];  // iterations between log rows, 0 never
-  int32_t deblev, timing;
+  double lowcut, upcut;                 // objective cuts, of the minimised objective
+  int32_t logfreq[SIM_NUM_OPTIMIZERS];  // iterations between log rows, 0 never
+  int32_t timing;
 };
 
 // Counters and results of a run.
@@ -86,7 +82,7 @@ struct simplexinfo {
   int32_t hotstart, hotstartlu, hotstartnumbasics, hotstartrank;  // how the run started
   int64_t numfactor;                                              // LU factorisations
   double pobj, sumpbi, dobj, sumdbi;
-  int32_t perturbed, hascleaned, allowperturb, ranout;
+  int32_t perturbed, allowperturb;
   int32_t seed;
   int32_t solvedual;       // the dual form is being solved
   int32_t numcon, numvar;  // sizes of the problem solved

@@ -47,18 +47,11 @@ simplexpar parameters(const Task* task, bool maximise) {
   par.degen = ipar[TRV_IPAR_SIM_DEGEN];
   par.scaling = scaling[ipar[TRV_IPAR_SIM_SCALING]];
   par.savelu = ipar[TRV_IPAR_SIM_SAVE_LU];
-  par.nonsingular = ipar[TRV_IPAR_SIM_NON_SINGULAR];
   par.solveform = 1;
-  par.netdetect = ipar[TRV_IPAR_SIM_NETWORK_DETECT];
-  par.netdetecthot = ipar[TRV_IPAR_SIM_NETWORK_DETECT_HOTSTART];
-  par.netdetectmethod = ipar[TRV_IPAR_SIM_NETWORK_DETECT_METHOD];
   par.primalrestrict = ipar[TRV_IPAR_SIM_PRIMAL_RESTRICT_SELECTION];
-  par.dualrestrict = ipar[TRV_IPAR_SIM_DUAL_RESTRICT_SELECTION];
   par.hotstartstatus = ipar[TRV_IPAR_SIM_HOTSTART] == TRV_SIM_HOTSTART_STATUS_KEYS ? 1 : 0;
   par.primalcrash = ipar[TRV_IPAR_SIM_PRIMAL_CRASH];
-  par.dualcrash = ipar[TRV_IPAR_SIM_DUAL_CRASH];
   par.primalselect = selection[ipar[TRV_IPAR_SIM_PRIMAL_SELECTION]];
-  par.dualselect = selection[ipar[TRV_IPAR_SIM_DUAL_SELECTION]];
   std::fill_n(par.maxiter, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_SIM_MAX_ITERATIONS]);
   std::fill_n(par.maxsetbacks, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_SIM_MAX_NUM_SETBACKS]);
   std::fill_n(par.refactorfreq, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_SIM_REFACTOR_FREQ]);
@@ -66,7 +59,6 @@ simplexpar parameters(const Task* task, bool maximise) {
   std::fill_n(par.tols, SIM_NUM_OPTIMIZERS, dpar[TRV_DPAR_BASIS_TOL_S]);
   std::fill_n(par.tolpiv, SIM_NUM_OPTIMIZERS, dpar[TRV_DPAR_SIMPLEX_ABS_TOL_PIV]);
   std::fill_n(par.logfreq, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_LOG_SIM_FREQ]);
-  std::fill_n(par.lognetfreq, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_LOG_SIM_NETWORK_FREQ]);
 
   // A cut is active on the finite side of its threshold. The optimisers minimise: a maximisation turns both round.
   par.haslowcut = dpar[TRV_DPAR_LOWER_OBJ_CUT] > dpar[TRV_DPAR_LOWER_OBJ_CUT_FINITE_TRH] ? 1 : 0;

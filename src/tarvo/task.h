@@ -22,7 +22,6 @@ inline constexpr double infinity_bound = 1e30;  // the magnitude at which infini
 
 struct BufferPool;  // tarvo/bufpool.h
 struct BasisSolve;  // tarvo/tarvosim.h: the factor of TRV_initbasissolve
-struct GlbTable;    // entry table of the global optimiser
 
 // Quadratic terms of the objective and the constraints: one triplet store, lower triangle (qsubi >= qsubj).
 struct QuadStore {
@@ -87,7 +86,6 @@ struct TRVenv_st {
   TRVexitfunc exit_func;
   void* response_handle;
   TRVresponsefunc response_func;
-  tarvo::GlbTable* glb;
   char* dll_path;
   tarvo::StreamBlock streams;
   int32_t warning_count[tarvo::max_warning];
