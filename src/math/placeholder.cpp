@@ -1,0 +1,1 @@
+#include "cpub/array.h"

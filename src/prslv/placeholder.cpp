@@ -1,0 +1,1 @@
+#include "prslv/prslv_internal.h"
