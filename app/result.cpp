@@ -127,6 +127,17 @@ std::string outcome(const Session& session, const Result& result) {
   return text;
 }
 
+// Number of basic keys among rows and columns of a solution.
+int64_t count_basic(TRVtask task, int32_t which, int32_t rows, int32_t columns) {
+  int64_t count = 0;
+  for (const auto& [accmode, n] : {std::pair{TRV_ACC_CON, rows}, std::pair{TRV_ACC_VAR, columns}}) {
+    std::vector<int32_t> keys(static_cast<std::size_t>(n));
+    if (TRV_getsolutionstatuskeyslice(task, accmode, which, 0, n, keys.data()) == TRV_RES_OK)
+      count += std::count(keys.begin(), keys.end(), TRV_SK_BAS);
+  }
+  return count;
+}
+
 nlohmann::ordered_json to_json(const Session& session, const Result& result) {
   TRVtask task = session.task;
   char name[TRV_MAX_STR_LEN];
@@ -155,6 +166,7 @@ nlohmann::ordered_json to_json(const Session& session, const Result& result) {
   json["max_primal_infeasibility"] = number(r ? r->maxprimal : NAN);
   json["max_dual_infeasibility"] = number(r && r->has_dual ? r->maxdual : NAN);
   json["iterations"] = iterations(task);
+  if (r && r->which == TRV_SOL_BAS) json["basic_keys"] = count_basic(task, r->which, rows, columns);
   json["seconds"] = result.seconds;
   json["read_seconds"] = result.read_seconds;
   json["mps_format"] = result.mps_format;
@@ -162,6 +174,13 @@ nlohmann::ordered_json to_json(const Session& session, const Result& result) {
   json["columns"] = columns;
   json["nonzeros"] = nonzeros;
   json["integers"] = integers;
+  for (const auto& [key, item] : {std::pair{"presolved_rows", TRV_IINF_PRESOLVE_FNUMCON},
+                                  std::pair{"presolved_columns", TRV_IINF_PRESOLVE_FNUMVAR},
+                                  std::pair{"presolved_nonzeros", TRV_IINF_PRESOLVE_FNUMNZA}}) {
+    int32_t value = 0;
+    TRV_getintinf(task, item, &value);
+    json[key] = value;
+  }
   return json;
 }
 

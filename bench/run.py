@@ -25,8 +25,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # mode: (options of tarvo, of glpsol, of clp before the file is solved)
 MODES = {
     "primal": (["-o", "primal"], ["--nopresol", "--primal"], ["-presolve", "off", "-primalsimplex"]),
-    "dual": (["-o", "dual"], ["--dual"], ["-dualsimplex"]),
-    "free": ([], [], ["-dualsimplex"]),
+    "dual": (["-o", "dual"], ["--dual"], ["-dualsimplex"]),  # presolve on for all
+    "free": (["-o", "free-simplex"], [], ["-dualsimplex"]),
 }
 
 
@@ -82,7 +82,7 @@ def run_tarvo(path, options, limit, scratch):
     violation = max([answer["max_primal_infeasibility"] or 0] * (status != "infeasible")
                     + [answer["max_dual_infeasibility"] or 0] * (status != "unbounded"))
     return {"status": status, "cpu": cpu, "objective": answer["primal_objective"], "iterations": answer["iterations"],
-            "violation": violation}
+            "violation": violation, "basic": answer.get("basic_keys", answer["rows"]), "rows": answer["rows"]}
 
 
 def run_glpsol(path, options, limit, free=False):
