@@ -10,16 +10,16 @@ namespace tarvo {
 namespace {
 
 constexpr double inf = HUGE_VAL;
-// A folded column's multiplier is a_ij times what y_i misses its bound by, and the value of y_i at a bound is off by
+// A folded column's multiplier is a_ij times what u_i misses its bound by, and the value of u_i at a bound is off by
 // the error of c_j over a_ij: elements outside keep their row.
 constexpr double fold_min = 1e-3, fold_max = 1e3;
 
 // What is left of a problem in the compact form. Arrays as in the record.
 struct Plan {
   int32_t *lsrc, *usrc;  // [numcon]
-  double *ylo, *yup;     // [numcon] bounds of y_i (of its first column for a ranged row)
+  double *ylo, *yup;     // [numcon] bounds of u_i (of its first column for a ranged row)
   int32_t* xrow;         // [numvar] 0 for a column that stays
-  double* cstar;         // [numvar] cx_j less what free rows take of it
+  double* cstar;         // [numvar] cx + A'cc, the cost when the rows have none
   int64_t rows = 0, columns = 0, nz = 0;
   int32_t ranged = 0, fixed = 0;
 };
@@ -34,20 +34,20 @@ void add_plan(const DualizeInput& in, Workspace* work, Plan* plan) {
   work->add(&plan->cstar, n);
 }
 
-// Bounds of the y_i from the keys of the rows alone.
+// Bounds of the u_i from the keys of the rows alone.
 void bound_multipliers(const DualizeInput& in, Plan* plan) {
   for (int32_t i = 0; i < in.numcon; ++i) {
     const int32_t key = dualize_rowkey(in, i);
     plan->lsrc[i] = plan->usrc[i] = -1;
     const bool low = key == DUAL_BK_LO || key == DUAL_BK_RA, upp = key == DUAL_BK_UP;
-    plan->ylo[i] = low ? -in.cc[i] : -inf;
-    plan->yup[i] = upp ? -in.cc[i] : inf;
+    plan->ylo[i] = low ? 0.0 : -inf;
+    plan->yup[i] = upp ? 0.0 : inf;
     plan->fixed += key == DUAL_BK_FX;
     if (key != DUAL_BK_FR) plan->columns += key == DUAL_BK_RA ? 2 : 1;
   }
 }
 
-// Turns the row of the dual with the single element a of y_i into a bound of y_i. False when the row must stay: it
+// Turns the row of the dual with the single element a of u_i into a bound of u_i. False when the row must stay: it
 // would cross the bounds there are (which the simplex shall find out), or its size makes it a poor bound.
 bool fold(int32_t j, int32_t key, double a, int32_t i, Plan* plan) {
   if (key == DUAL_BK_RA || std::fabs(a) < fold_min || std::fabs(a) > fold_max) return false;
@@ -57,7 +57,7 @@ bool fold(int32_t j, int32_t key, double a, int32_t i, Plan* plan) {
     if (v < lo || v > up || lo == up) return false;
     lo = up = v;
     plan->lsrc[i] = plan->usrc[i] = j;
-  } else if ((key == DUAL_BK_LO) == (a > 0.0)) {  // a y <= c, or a y >= c with a < 0
+  } else if ((key == DUAL_BK_LO) == (a > 0.0)) {  // a u <= c, or a u >= c with a < 0
     if (v < lo) return false;
     if (v < up) {
       up = v;
@@ -86,10 +86,8 @@ void make_plan(const DualizeInput& in, Plan* plan) {
       const int32_t rowkey = dualize_rowkey(in, in.sub[t]);
       ++count;
       last = t;
-      if (rowkey == DUAL_BK_FR)
-        c += in.val[t] * in.cc[in.sub[t]];
-      else
-        entries += rowkey == DUAL_BK_RA ? 2 : 1;
+      c += in.val[t] * in.cc[in.sub[t]];
+      if (rowkey != DUAL_BK_FR) entries += rowkey == DUAL_BK_RA ? 2 : 1;
     }
     plan->cstar[j] = c;
     if (key == DUAL_BK_FX) {
@@ -173,7 +171,7 @@ void bound_by_values(double lower, double upper, int32_t* bk, double* bl, double
   bound(key, lower, upper, bk, bl, bu);
 }
 
-// Numbers the rows and columns of the compact form: the y_i, the second ones of ranged rows, the q_j.
+// Numbers the rows and columns of the compact form: the u_i, the second ones of ranged rows, the q_j.
 void number(const Plan& plan, dualizer* record) {
   const DualizeInput& in = record->primal;
   std::copy_n(plan.lsrc, in.numcon, record->lsrc);
@@ -187,7 +185,7 @@ void number(const Plan& plan, dualizer* record) {
   }
 }
 
-// The matrix of the compact form: the columns y are the rows of A.
+// The matrix of the compact form: the columns u are the rows of A.
 void build_matrix(const dualizer& record, int32_t columns, const Form& form) {
   const DualizeInput& in = record.primal;
   std::fill_n(form.ptr, columns + 1, 0);
@@ -222,9 +220,7 @@ void build_vectors(const Plan& plan, const dualizer& record, const Form& form, d
   for (int32_t i = 0; i < in.numcon; ++i) {
     const int32_t k = record.ycol[i], k2 = record.ycol2[i];
     if (k < 0) continue;
-    const double base = dualize_base(dualize_rowkey(in, i), in.blc[i], in.buc[i]);
-    form.cx[k] = -base;
-    *cfix -= base * in.cc[i];
+    form.cx[k] = -dualize_base(dualize_rowkey(in, i), in.blc[i], in.buc[i]);
     bound_by_values(plan.ylo[i], plan.yup[i], &form.bkx[k], &form.blx[k], &form.bux[k]);
     if (k2 < 0) continue;
     form.cx[k2] = -in.buc[i];

@@ -5,14 +5,14 @@
 // Its dual, with slc - suc = cc + y and slx - sux = cx - A'y, is stored as a minimisation of
 //   -(cfix + blc'slc - buc'suc + blx'slx - bux'sux)
 //
-// Compact form. A row of the dual per column of the primal that is neither fixed nor folded: its activity is (A'y)_j,
-// and the bound multiplier of the primal column is what is left to cx_j: key LO gives an upper bound cx_j and a row
-// cost blx_j, UP a lower bound and bux_j, FR an equality; RA is as LO with one more column -e_j of cost bux_j. A column
-// per row of the primal that is not free: y_i of cost -blc_i or -buc_i with a bound -cc_i; a ranged row has two, which
-// sum up to y_i. Free rows put y_i = -cc_i into the costs, fixed columns their value into the costs of the y_i. A
-// column with one element, in a row that is not ranged, is folded: its dual row is a bound of y_i.
+// Compact form, in u = cc + y. A row of the dual per column of the primal that is neither fixed nor folded: its
+// activity is (A'u)_j, and the bound multiplier of the primal column is what is left to c_j = (cx + A'cc)_j: key LO
+// gives an upper bound c_j and a row cost blx_j, UP a lower bound and bux_j, FR an equality; RA is as LO with one more
+// column -e_j of cost bux_j. A column per row of the primal that is not free: u_i of cost -blc_i or -buc_i, signed by
+// the key; a ranged row has two, which sum up to u_i. Fixed columns put their value into the costs of the u_i. A column
+// with one element, in a row that is not ranged, is folded: its dual row is a bound of u_i.
 //
-// The multiplier of a dual row is -xx_j, the reduced cost of y_i is the distance of xc_i from the bound in its cost. So
+// The multiplier of a dual row is -xx_j, the reduced cost of u_i is the distance of xc_i from the bound in its cost. So
 // a basis of the dual is one of the primal: what is basic here is nonbasic there.
 //
 // Full form: columns y(m) s(m) t(m) p(n) q(n), rows n + m: A'y + p - q = cx and -y + s - t = cc, for comparison.

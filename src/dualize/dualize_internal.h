@@ -28,9 +28,9 @@ struct dualizer {
   Array<int32_t> ints, matints;  // blocks that the arrays below and those of `dual` are parts of
   Array<double> reals, matreals;
   // By row of the primal. In the full form only ycol is used.
-  int32_t* ycol;   // column of y_i, or -1 for a free row
+  int32_t* ycol;   // column of u_i, or -1 for a free row
   int32_t* ycol2;  // second column of a ranged row, or -1
-  int32_t* lsrc;   // folded column whose row is the lower bound of y_i, or -1
+  int32_t* lsrc;   // folded column whose row is the lower bound of u_i, or -1
   int32_t* usrc;   // the same of the upper bound
   // By column of the primal.
   int32_t* xrow;  // row of the dual, dualize_fixed or dualize_folded
@@ -46,7 +46,7 @@ inline int32_t dualize_colkey(const DualizeInput& in, int32_t j) {
   return dualize_key(in.bkx[j], in.blx[j], in.bux[j]);
 }
 
-// The bound whose multiplier is expressed through the row of the dual (columns) or through y (rows; the first of two).
+// The bound whose multiplier is expressed through the row of the dual (columns) or through u (rows; the first of two).
 inline double dualize_base(int32_t key, double bl, double bu) {
   return key == DUAL_BK_FR ? 0.0 : key == DUAL_BK_UP ? bu : bl;
 }

@@ -66,7 +66,7 @@ struct Map {
 
 double reduced_cost(const Map& map, int32_t column) { return map.dual->slx[column] - map.dual->sux[column]; }
 
-// The folded column whose bound y_i rests on, or -1.
+// The folded column whose bound u_i rests on, or -1.
 int32_t active_source(const Map& map, int32_t i) {
   const dualizer& record = *map.record;
   const int32_t k = record.ycol[i];
@@ -181,10 +181,12 @@ void map_multipliers(const Map& map) {
   const DualizeInput& in = *map.in;
   for (int32_t i = 0; i < in.numcon; ++i) {
     const int32_t k = record.ycol[i], k2 = record.ycol2[i];
-    double y = k >= 0 ? map.dual->xx[k] : -map.costs * in.cc[i];
-    if (k2 >= 0) y += map.dual->xx[k2];
-    map.out->y[i] = map.ray ? 0.0 : y;
-    split(map.ray ? 0.0 : map.costs * in.cc[i] + y, &map.out->slc[i], &map.out->suc[i]);
+    const double cc = map.costs * in.cc[i];
+    double u = k >= 0 ? map.dual->xx[k] : 0.0;
+    if (k2 >= 0) u += map.dual->xx[k2];
+    if (record.method == DUALIZE_FULL) u += cc;
+    map.out->y[i] = map.ray ? 0.0 : u - cc;
+    split(map.ray ? 0.0 : u, &map.out->slc[i], &map.out->suc[i]);
   }
   for (int32_t j = 0; j < in.numvar; ++j)
     split(map.ray ? 0.0 : map.costs * in.cx[j] - column_dot(in, j, map.out->y), &map.out->slx[j], &map.out->sux[j]);
@@ -296,7 +298,7 @@ bool start_keys(const dualizer& record, const DualizeSolution& primal, const Dua
       continue;
     }
     const bool haslower = std::isfinite(record.dual.blx[k]), hasupper = std::isfinite(record.dual.bux[k]);
-    if (basic) {  // y_i rests at the bound that the key of the row gave it, unless a folded column took its place
+    if (basic) {  // u_i rests at the bound that the key of the row gave it, unless a folded column took its place
       if (haslower && l < 0)
         dual.skx[k] = DUAL_SK_LOW;
       else if (hasupper && u < 0)
@@ -331,9 +333,10 @@ bool dualize_getdual(const dualizer* record, const DualizeSolution& primal, int3
   for (int32_t i = 0; i < in.numcon; ++i) {
     const int32_t k = record->ycol[i], k2 = record->ycol2[i];
     if (k < 0) continue;
-    const double rest = primal.skc[i] == DUAL_SK_UPR && k2 >= 0 ? -in.cc[i] : primal.y[i];
-    dual.xx[k] = rest;
-    if (k2 >= 0) dual.xx[k2] = primal.y[i] - rest;
+    const double u = in.cc[i] + primal.y[i];
+    const bool second = primal.skc[i] == DUAL_SK_UPR && k2 >= 0;
+    dual.xx[k] = second ? 0.0 : u;
+    if (k2 >= 0) dual.xx[k2] = second ? u : 0.0;
   }
   for (int32_t j = 0; j < in.numvar; ++j) {
     const int32_t r = record->xrow[j], q = record->qcol[j];
