@@ -78,6 +78,9 @@ struct prslvrun {
   prslvlist rows;     // rows to look at by prslv_checkcon
   prslvlist cols;     // columns to look at by prslv_checkvar
   prslvlist singles;  // columns whose varnz fell to 1
+  // Rows that prslv_checkcon looked at since the last prslv_relax, and columns whose bounds these may imply now.
+  prslvlist relaxrows;
+  prslvlist relaxcols;
   int64_t changes;  // counts every successful reduction; a check that finds it unchanged since its last run has nothing
                     // to do
   int32_t numfixed, numfreed;  // columns fixed and rows freed so far
@@ -88,6 +91,9 @@ inline bool prslv_stopped(const prslvrun* run) { return run->stat->status != 0; 
 
 inline bool prslv_livecon(const prslvrun* run, int32_t i) { return run->p->bkc[i] != PRSLV_BK_FR; }
 inline bool prslv_livevar(const prslvrun* run, int32_t j) { return run->p->bkx[j] != PRSLV_BK_FX; }
+
+// Ends the process: a broken invariant.
+[[noreturn]] [[gnu::format(printf, 2, 3)]] void prslv_fatal(sysenv* env, const char* format, ...);
 
 // ---- The stack ---------------------------------------------------------------------------------------------------
 
@@ -131,6 +137,7 @@ void prslv_dualinfeasvar(prslvrun* run, int32_t j, double direction);
 int32_t prslv_checkcon(prslvrun* run, int32_t relax_mode);   // checkcon.cpp
 int32_t prslv_relax(prslvrun* run, int32_t relax_mode);      // relax.cpp
 int32_t prslv_checkvar(prslvrun* run, int32_t* doubletons);  // checkvar.cpp; adds the new doubleton rows it saw
+int32_t prslv_emptyvar(prslvrun* run, int32_t j);            // checkvar.cpp; finishes a linear column without elements
 int32_t prslv_checkdupcon(prslvrun* run);                    // dupcon.cpp
 int32_t prslv_checkdupvar(prslvrun* run);                    // dupvar.cpp
 int32_t prslv_dupconandvar(prslvrun* run, int32_t i, int32_t j, double a);
