@@ -115,6 +115,8 @@ int32_t prslv_contighten(prslvrun* run, int32_t i);  // a ranged row of no width
 int32_t prslv_varfix(prslvrun* run, int32_t j, double value);
 int32_t prslv_varfixatbound(prslvrun* run, int32_t type, int32_t j);
 int32_t prslv_varrelax(prslvrun* run, int32_t j, bool drop_lower, bool drop_upper);
+// Forms the activity bounds of row i anew.
+void prslv_formactivity(prslvrun* run, int32_t i);
 // Gives column j other bounds without a record; the caller has pushed one of its own.
 void prslv_newvarbounds(prslvrun* run, int32_t j, int32_t bk, double bl, double bu);
 // Takes column j out of all its rows (bounds of the rows shift by -a value) and makes it FX at `value`; no record.
@@ -163,7 +165,12 @@ struct prslvwalk {
   int32_t* bkc;
   double *cx, *blx, *bux;  // [numvar]
   int32_t* bkx;
+  int64_t readpos;  // bytes of the stack that are not yet undone
+  int32_t* ints;    // the record read last
+  double* doubles;
 };
+// Reads the next record into w->ints and w->doubles; false when none is left.
+bool prslv_popstk(prslvwalk* w, int32_t* type, int32_t* nints, int32_t* ndoubles);
 // The key of a row or column that is at no bound: BAS in the basic walk, SUPBAS in the interior one.
 inline int32_t prslv_walkbasic(const prslvwalk* w) { return w->basic ? PRSLV_SK_BAS : PRSLV_SK_SUPBAS; }
 
