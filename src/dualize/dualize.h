@@ -104,6 +104,10 @@ struct DualizeResult {
 bool dualize_getprimal(const dualizer* record, int32_t prosta, int32_t solsta, const DualizeSolution& dual, double tolx,
                        double tols, const DualizeSolution& primal, DualizeResult* result);
 
+// What a status of a dual problem says of the primal: primal and dual change places.
+int32_t dualize_prosta(int32_t prosta);
+int32_t dualize_solsta(int32_t solsta);
+
 // Writes the dual to a file in free MPS form, row costs folded into the columns. A SysCode.
 inline constexpr const char* dualize_filename = "dual.mps";
 int32_t dualize_writedual(const dualizer* record, const char* path = dualize_filename);

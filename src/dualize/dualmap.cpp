@@ -12,16 +12,6 @@ constexpr int32_t solsta_optimal = 1, solsta_near_optimal = 8;
 constexpr int32_t solsta_farkas = 5, solsta_ray = 6, solsta_near_farkas = 12, solsta_near_ray = 13;
 constexpr int32_t clean_after_mapping = 7;
 
-// What a status of the dual says of the primal: primal and dual change places.
-int32_t primal_prosta(int32_t prosta) {
-  constexpr int32_t map[] = {0, 1, 3, 2, 5, 4, 6, 7, 8, 10, 9, 0};
-  return prosta >= 0 && prosta < 12 ? map[prosta] : 0;
-}
-int32_t primal_solsta(int32_t solsta) {
-  constexpr int32_t map[] = {0, 1, 3, 2, 4, 6, 5, 0, 8, 10, 9, 11, 13, 12};
-  return solsta >= 0 && solsta < 14 ? map[solsta] : 0;
-}
-
 bool lower(int32_t bk) { return bk == DUAL_BK_LO || bk == DUAL_BK_FX || bk == DUAL_BK_RA; }
 bool upper(int32_t bk) { return bk == DUAL_BK_UP || bk == DUAL_BK_FX || bk == DUAL_BK_RA; }
 
@@ -234,13 +224,22 @@ void judge(const Map& map, double tolx, double tols, DualizeResult* result) {
 
 }  // namespace
 
+int32_t dualize_prosta(int32_t prosta) {
+  constexpr int32_t map[] = {0, 1, 3, 2, 5, 4, 6, 7, 8, 10, 9, 0};
+  return prosta >= 0 && prosta < 12 ? map[prosta] : 0;
+}
+int32_t dualize_solsta(int32_t solsta) {
+  constexpr int32_t map[] = {0, 1, 3, 2, 4, 6, 5, 0, 8, 10, 9, 11, 13, 12};
+  return solsta >= 0 && solsta < 14 ? map[solsta] : 0;
+}
+
 bool dualize_getprimal(const dualizer* record, int32_t prosta, int32_t solsta, const DualizeSolution& dual, double tolx,
                        double tols, const DualizeSolution& primal, DualizeResult* result) {
   if (!record->formed) sysenv_fatal(record->env, "dualize_getprimal : dual is not formed");
   *result = {};
   if (!known_keys(record->dual.numcon, dual.skc) || !known_keys(record->dual.numvar, dual.skx)) return false;
-  result->prosta = primal_prosta(prosta);
-  result->solsta = primal_solsta(solsta);
+  result->prosta = dualize_prosta(prosta);
+  result->solsta = dualize_solsta(solsta);
   Map map{};
   map.record = record;
   map.in = &record->primal;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "math/symmat.h"
 #include "tarvo/bufpool.h"
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
@@ -22,53 +23,6 @@ bool is_simplex(int32_t optimizer) {
 
 // ---- Convexity -------------------------------------------------------------------------------------------------
 
-struct Term {
-  int32_t i, j;
-  double value;
-};
-
-// The distinct terms of positions begin..end of the quadratic store, those of one position added. Their number.
-int32_t gather_terms(const QuadStore& quad, int32_t begin, int32_t end, Term* terms) {
-  int32_t count = 0;
-  for (int32_t t = begin; t < end; ++t) terms[count++] = {quad.qsubi[t], quad.qsubj[t], quad.qval[t]};
-  std::sort(terms, terms + count, [](const Term& a, const Term& b) { return a.i != b.i ? a.i < b.i : a.j < b.j; });
-  int32_t distinct = 0;
-  for (int32_t t = 0; t < count; ++t) {
-    if (distinct > 0 && terms[distinct - 1].i == terms[t].i && terms[distinct - 1].j == terms[t].j)
-      terms[distinct - 1].value += terms[t].value;
-    else
-      terms[distinct++] = terms[t];
-  }
-  return distinct;
-}
-
-// A quick necessary test that sign * Q is positive semi-definite: the signs of the diagonal and the 2-by-2 principal
-// minors. Under sign 0 no term may matter. diag[numvar] is zero on entry and on exit.
-bool test_terms(const Term* terms, int32_t count, int32_t sign, double* diag) {
-  constexpr double tol = 1e-10;
-  const double s = std::sqrt(tol);
-  bool passes = true;
-  for (int32_t t = 0; t < count; ++t) {
-    if (terms[t].i != terms[t].j) continue;
-    const double d = terms[t].value;
-    diag[terms[t].i] = d;
-    if (std::isnan(d) || (d > tol && sign != 1) || (d < -tol && sign != -1)) passes = false;
-  }
-  for (int32_t t = 0; t < count && passes; ++t) {
-    if (terms[t].i == terms[t].j) continue;
-    const double a = std::fabs(terms[t].value);
-    const double di = sign * diag[terms[t].i], dj = sign * diag[terms[t].j];
-    const double small = std::min(di, dj), big = std::max(di, dj);
-    // A diagonal of 0 (or a rounding below it) allows no entry beside it.
-    if (sign == 0 || small <= 0.0)
-      passes = a <= s && sign != 0;
-    else
-      passes = a * a / big - std::max(std::hypot(di, dj), 1.0) * s < small;
-  }
-  for (int32_t t = 0; t < count; ++t) diag[terms[t].i] = 0.0;
-  return passes;
-}
-
 int32_t check_convexity(Task* task) {
   const int32_t sense = resolved_sense(task);
   if (sense != TRV_OBJECTIVE_SENSE_MINIMIZE && sense != TRV_OBJECTIVE_SENSE_MAXIMIZE)
@@ -81,23 +35,26 @@ int32_t check_convexity(Task* task) {
   if (longest == 0) return TRV_RES_OK;
 
   Workspace work(task->sys);
-  Term* terms = nullptr;
+  SymTerm* terms = nullptr;
   double* diag = nullptr;
   work.add(&terms, static_cast<std::size_t>(longest));
   work.add(&diag, static_cast<std::size_t>(task->numvar), Fill::zero);
   if (!work.commit()) return report<TRV_RES_ERR_SPACE>(task);
 
+  const auto gather = [&quad, terms](int32_t begin, int32_t end) {
+    return symmat_gather(quad.qsubi.data(), quad.qsubj.data(), quad.qval.data(), begin, end, terms);
+  };
   const bool minimise = sense == TRV_OBJECTIVE_SENSE_MINIMIZE;
-  int32_t count = gather_terms(quad, quad.qobjbegin, quad.qobjend, terms);
-  if (!test_terms(terms, count, minimise ? 1 : -1, diag))
+  int32_t count = gather(quad.qobjbegin, quad.qobjend);
+  if (!symmat_test(terms, count, minimise ? 1 : -1, diag))
     return minimise ? report<TRV_RES_ERR_OBJ_Q_NOT_PSD>(task) : report<TRV_RES_ERR_OBJ_Q_NOT_NSD>(task);
 
   for (int32_t i = 0; has_con && i < task->numcon; ++i) {
     const int32_t bk = task->bkc[i];
     if (quad.qconbegin[i] == quad.qconend[i] || bk == TRV_BK_FR) continue;
     const int32_t sign = bk == TRV_BK_UP ? 1 : bk == TRV_BK_LO ? -1 : 0;
-    count = gather_terms(quad, quad.qconbegin[i], quad.qconend[i], terms);
-    if (test_terms(terms, count, sign, diag)) continue;
+    count = gather(quad.qconbegin[i], quad.qconend[i]);
+    if (symmat_test(terms, count, sign, diag)) continue;
     const char* name = item_name(task, TRV_PI_CON, i);
     switch (bk) {
       case TRV_BK_UP:
