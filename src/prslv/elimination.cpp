@@ -15,7 +15,8 @@ int32_t prslv_pushelimination(prslvrun* run, const prslvpivot& pivot) {
   prslvprob* p = run->p;
   const int32_t i = pivot.i, j = pivot.j;
   if (run->concla[i] == 0 || run->varcla[j] == 0 || !prslv_livecon(run, i) || !prslv_livevar(run, j)) {
-    sysenv_fatal(p->env, "Elimination of a column or by a row that is not free to go");
+    prslv_fatal(p->env, "bkc[%d]=%d bkx[%d]=%d concal=%d varcla=%d", i, p->bkc[i], j, p->bkx[j], run->concla[i],
+                run->varcla[j]);
   }
   int32_t* ints;
   double* doubles;
@@ -52,7 +53,6 @@ int32_t prslv_pushelimination(prslvrun* run, const prslvpivot& pivot) {
     }
     ++run->numfixed;
   }
-  ++run->numfreed;
   ++run->changes;
   ++run->stat->eliminations;
   return PRSLV_OK;
@@ -73,7 +73,9 @@ int32_t prslv_elimination(prslvrun* run, int32_t i, int32_t j, double a) {
     rowsub[n] = at->sub[k];
     rowval[n++] = at->val[k];
   }
-  if (n != run->connz[i] || run->varnz[j] != 1) sysenv_fatal(p->env, "Elimination with wrong counts");
+  if (n != run->connz[i] || run->varnz[j] != 1) {
+    prslv_fatal(p->env, "nzpivi: %d connz[%d]: %d varnz[%d]: %d", n, i, run->connz[i], j, run->varnz[j]);
+  }
   const int32_t bk = p->bkc[i];
   const double bl = p->blc[i], bu = p->buc[i];
   const prslvpivot pivot{i, j, n, 1, rowsub.data(), rowval.data(), &i, &a};
