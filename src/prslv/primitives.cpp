@@ -172,6 +172,30 @@ int32_t prslv_conrelax(prslvrun* run, int32_t i, bool drop_lower, bool drop_uppe
   return PRSLV_OK;
 }
 
+int32_t prslv_confree(prslvrun* run, int32_t i) {
+  prslvprob* p = run->p;
+  int32_t n = 0;
+  for_row(run, i, [&](int32_t, double) { ++n; });
+  int32_t* ints = nullptr;
+  double* doubles = nullptr;
+  if (prslv_beginpushstk(run, PRSLV_ROW_REMOVED, n + 3, n + 3, &ints, &doubles) != PRSLV_OK) return PRSLV_SPACE;
+  ints[0] = i;
+  ints[1] = PRSLV_BK_FR;
+  ints[2] = n;
+  doubles[0] = -DBL_MAX;
+  doubles[1] = DBL_MAX;
+  doubles[2] = p->cc[i];
+  int32_t k = 3;
+  for_row(run, i, [&](int32_t j, double a) {
+    ints[k] = j;
+    doubles[k++] = a;
+    p->cx[j] += p->cc[i] * a;
+  });
+  prslv_endpushstk(run, &ints, &doubles);
+  p->cc[i] = 0.0;
+  return PRSLV_OK;
+}
+
 int32_t prslv_confixatbound(prslvrun* run, int32_t i, bool at_lower) {
   prslvprob* p = run->p;
   if (p->bkc[i] == PRSLV_BK_FX) return PRSLV_OK;

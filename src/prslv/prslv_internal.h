@@ -115,6 +115,12 @@ int32_t prslv_contighten(prslvrun* run, int32_t i);  // a ranged row of no width
 int32_t prslv_varfix(prslvrun* run, int32_t j, double value);
 int32_t prslv_varfixatbound(prslvrun* run, int32_t type, int32_t j);
 int32_t prslv_varrelax(prslvrun* run, int32_t j, bool drop_lower, bool drop_upper);
+// A row that was free from the start: its cost goes to its columns and its elements to the record.
+int32_t prslv_confree(prslvrun* run, int32_t i);
+// Builds acolt and sorts the columns by row; counts all live elements and forms all activity bounds. After a reduction
+// that changed the matrix itself. False when out of memory.
+[[nodiscard]] bool prslv_transpose(prslvrun* run);
+void prslv_recount(prslvrun* run);
 // Forms the activity bounds of row i anew.
 void prslv_formactivity(prslvrun* run, int32_t i);
 // Gives column j other bounds without a record; the caller has pushed one of its own.
@@ -140,6 +146,7 @@ int32_t prslv_checkcon(prslvrun* run, int32_t relax_mode);   // checkcon.cpp
 int32_t prslv_relax(prslvrun* run, int32_t relax_mode);      // relax.cpp
 int32_t prslv_checkvar(prslvrun* run, int32_t* doubletons);  // checkvar.cpp; adds the new doubleton rows it saw
 int32_t prslv_emptyvar(prslvrun* run, int32_t j);            // checkvar.cpp; finishes a linear column without elements
+int32_t prslv_emptyvar(prslvrun* run, int32_t j);            // checkvar.cpp; settles a column without elements
 int32_t prslv_checkdupcon(prslvrun* run);                    // dupcon.cpp
 int32_t prslv_checkdupvar(prslvrun* run);                    // dupvar.cpp
 int32_t prslv_dupconandvar(prslvrun* run, int32_t i, int32_t j, double a);
