@@ -6,6 +6,14 @@
 
 namespace tarvo {
 
+[[gnu::weak]] void prslv_fatal(sysenv* env, const char* format, ...) {
+  char text[256];
+  va_list list;
+  va_start(list, format);
+  std::vsnprintf(text, sizeof text, format, list);
+  va_end(list);
+  sysenv_fatal(env, text);
+}
 [[gnu::weak]] int32_t prslv_checkcon(prslvrun* run, int32_t) {
   run->rows.count = 0;
   return PRSLV_OK;
