@@ -253,6 +253,7 @@ void unscale(odat* record) {
     for (Array<double>* list : {&s->y, &s->z, &s->w, &s->zup})
       for (double& v : *list) v *= dual;
   }
+  record->cfix /= record->objscale;
   record->scaled = false;
 }
 
@@ -355,30 +356,35 @@ void reverse_row(const OptWalk& walk, int32_t i) {
   to.suc[i] = sign > 0.0 ? z : zup;
 }
 
-void reverse_primal(const OptWalk& walk, int32_t nart, const int32_t* artlist) {
+int32_t reverse_primal(const OptWalk& walk, odat* record, int32_t nart, const int32_t* artlist) {
   const OptProblem& p = *walk.problem;
   prslvsol& to = *walk.to;
   for (int32_t j = 0; j < p.numvar; ++j) reverse_column(walk, j);
   opt_activities(p, to.xx, to.xc);
-  opt_nlpactivities(p, to.xx, to.xc);
+  const int32_t resp = opt_nlpactivities(p, record, to.xx, to.xc);
   for (int32_t i = 0; i < p.numcon; ++i) reverse_row(walk, i);
   for (int32_t k = 0; k < nart && walk.basic; ++k) to.skc[walk.record->iinv[artlist[k]]] = PRSLV_SK_BAS;
+  return resp;
 }
 
 // The multipliers of the fixed columns: what the rows leave of the gradient of the objective.
-int32_t reverse_fixed(const OptWalk& walk) {
+int32_t reverse_fixed(const OptWalk& walk, odat* record) {
   const OptProblem& p = *walk.problem;
   prslvsol& to = *walk.to;
   Array<double> gradient;
-  if (!gradient.alloc(p.env, static_cast<std::size_t>(p.numvar), Fill::zero)) return OPT_RESP_SPACE;
-  if (walk.s != 0.0) {
-    const int32_t resp = opt_nlpgradient(p, to.xx, to.y, gradient.data());
-    if (resp != OPT_RESP_OK) return resp;
+  int32_t resp = OPT_RESP_OK;
+  if (walk.s != 0.0 && !record->isdual && record->form > 1) {
+    if (!gradient.alloc(p.env, static_cast<std::size_t>(p.numvar), Fill::zero))
+      resp = OPT_RESP_SPACE;
+    else
+      resp = opt_nlpgradient(p, record, to.xx, to.y, gradient.data());
   }
-  for (int32_t j = 0; j < p.numvar; ++j)
-    if (opt_colkey(p, j) == PRSLV_BK_FX)
-      split(walk.s * p.c[j] + gradient[j] - spmat_dot(p.acol, j, to.y), &to.slx[j], &to.sux[j]);
-  return OPT_RESP_OK;
+  for (int32_t j = 0; j < p.numvar; ++j) {
+    if (opt_colkey(p, j) != PRSLV_BK_FX) continue;
+    const double g = gradient.empty() ? 0.0 : gradient[j];
+    split(walk.s * p.c[j] + g - spmat_dot(p.acol, j, to.y), &to.slx[j], &to.sux[j]);
+  }
+  return resp;
 }
 
 // The multipliers of a basic solution from its keys, on the data of the given problem.
@@ -427,8 +433,8 @@ int32_t opt_reverse(const OptProblem& problem, odat* record, prslvsol* itr, prsl
       walk.z = from.z.data();
       walk.zup = from.zup.data();
       if (!record->isdual) {
-        reverse_primal(walk, nart, artlist);
-        if (result == OPT_RESP_OK) result = reverse_fixed(walk);
+        for (const int32_t resp : {reverse_primal(walk, record, nart, artlist), reverse_fixed(walk, record)})
+          if (result == OPT_RESP_OK) result = resp;
       } else if (basic) {
         result = opt_getdualbas(walk, nart, artlist);
       } else {

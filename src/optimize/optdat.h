@@ -25,6 +25,8 @@ enum OptResp : int32_t {
   OPT_RESP_OK = 0,
   OPT_RESP_SPACE = 1,
   OPT_RESP_USERFUNC = 11,   // a nonlinear function of the user failed
+  OPT_RESP_HESSUBI = 16,    // a function of the user gave a bad row of its Hessian,
+  OPT_RESP_HESSUBJ = 17,    // or a bad column
   OPT_RESP_NOTCONVEX = 18,  // a block of quadratic terms has the wrong sign
   OPT_RESP_SINGULAR = 23,   // the keys of a dual basis describe no basis of the given problem
 };
@@ -33,6 +35,7 @@ enum OptSolveForm : int32_t { OPT_SOLVE_FREE = 0, OPT_SOLVE_PRIMAL = 1, OPT_SOLV
 
 // The nonlinear functions of the user, see optnlp.h.
 struct OptNonlinear;
+struct OptNlp;
 
 // The problem record: borrowed arrays, nothing is changed. cc may be NULL (zeros).
 //   minimise cc'xc + c'xx + 0.5 xx'Q0 xx + cfix + f0(xx)   subject to  xc[i] = (A xx)[i] + 0.5 xx'Qi xx + fi(xx)
@@ -87,6 +90,7 @@ struct odat {
   double cfix = 0.0;
   Array<double> c, b, u;              // [rnumvar], [rnumcon], [nbup]
   spmat *a = nullptr, *at = nullptr;  // by columns and by rows
+  OptNlp* nlp = nullptr;              // forms above 2: the nonlinear content
   spmat* q = nullptr;                 // form 2: the lower triangle (i >= j) by columns, else NULL
   Array<int32_t> varlist;             // [rnumvar] columns by class: with lower bound only, with both, free
   Array<int32_t> upos;                // [rnumvar] position among the columns with an upper bound, or -1

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "optimize/optnlp.h"
 #include "order/ordmat.h"
 #include "support/differential.h"
 #include "support/plain_lp.h"
@@ -286,6 +287,117 @@ TEST_F(Canonical, BadBlocksAreRefused) {
   problem.quad.conend = &one;
   ASSERT_EQ(opt_prepare({}, problem, &record), OPT_RESP_OK);
   EXPECT_EQ(record->form, 3);
+}
+
+// f0 = x0^4 + x0 x3 and f = x0^2 x3 + x2^3 in rows 0 and 2.
+constexpr int32_t nl_objsub[] = {0, 3}, nl_rowsub[] = {0, 3, 2}, nl_hess[][2] = {{0, 0}, {3, 0}, {2, 2}, {0, 0}};
+int32_t nl_structure(void*, const OptNlStructure& ask) {
+  if (ask.numgrad != nullptr) {
+    const bool objective = ask.row < 0, row = ask.row == 0 || ask.row == 2;
+    *ask.numgrad = objective ? 2 : row ? 3 : 0;
+    std::copy_n(objective ? nl_objsub : nl_rowsub, *ask.numgrad, ask.gradsub);
+  }
+  if (ask.numhess != nullptr) *ask.numhess = 4;
+  for (int32_t t = 0; t < std::min(ask.maxhess, 4); ++t) {
+    ask.hessubi[t] = nl_hess[t][0];
+    ask.hessubj[t] = nl_hess[t][1];
+  }
+  return 0;
+}
+int32_t nl_values(void* handle, const OptNlValues& ask) {
+  const double *x = ask.xx, a = ask.objfactor;
+  if (ask.objective != nullptr) *ask.objective = std::pow(x[0], 4) + x[0] * x[3];
+  if (ask.objgrad != nullptr) {
+    ask.objgrad[0] = 4.0 * std::pow(x[0], 3) + x[3];
+    ask.objgrad[3] = x[0];
+  }
+  double y = 0.0;
+  for (int32_t k = 0; k < ask.numrows; ++k) {
+    if (ask.rowval != nullptr) ask.rowval[k] = x[0] * x[0] * x[3] + std::pow(x[2], 3);
+    const double gradient[] = {2.0 * x[0] * x[3], x[0] * x[0], 3.0 * x[2] * x[2]};
+    if (ask.rowgrad != nullptr) std::copy_n(gradient, 3, ask.rowgrad + ask.rowptr[k]);
+    if (ask.y != nullptr) y += ask.y[k];
+  }
+  if (ask.hessval == nullptr) return handle == nullptr ? 0 : OPT_RESP_USERFUNC;
+  *ask.numhess = 4;
+  const double hessian[] = {12.0 * a * x[0] * x[0], a - 2.0 * y * x[0], -6.0 * y * x[2], -2.0 * y * x[3]};
+  std::copy_n(hessian, 4, ask.hessval);
+  for (int32_t t = 0; t < 4; ++t) {
+    ask.hessubi[t] = nl_hess[t][0];
+    ask.hessubj[t] = nl_hess[t][1];
+  }
+  return 0;
+}
+
+// Values and derivatives against the given functions and against differences, with flips, a fixed column, a free row
+// with a cost, and with and without scaling.
+TEST_F(Canonical, NonlinearValuesAndDerivatives) {
+  for (const int64_t big : {5, 100000}) {
+    tarvo_test::IntLp lp;
+    lp.a = {{1, 2, 0, 1}, {0, 1, 1, -1}, {1, 0, 3, 0}, {1, 1, 1, 1}};
+    lp.row = {{0, 1, 0}, {1, 0, big}, {3, 0, 0}, {3, 0, 0}};
+    lp.column = {{0, -1, 0}, {1, 0, 2}, {2, 3, 3}, {4, -4, 2}};
+    lp.c = {1, 2, 3, 4};
+    PlainLp p = tarvo_test::plain(lp);
+    p.cc[2] = 1.5;
+    take(&p);
+    const int32_t subi[] = {1, 3, 3, 2}, subj[] = {1, 3, 2, 2}, begin[] = {0, 1, 4, 4}, end[] = {0, 4, 4, 4};
+    const double val[] = {2.0, 2.0, 1.0, 1.0};
+    problem.quad.objend = 1;
+    problem.quad.conbegin = begin;
+    problem.quad.conend = end;
+    problem.quad.subi = subi;
+    problem.quad.subj = subj;
+    problem.quad.val = val;
+    OptNonlinear nonlinear{nullptr, nl_structure, nl_values};
+    problem.nonlinear = &nonlinear;
+    ASSERT_EQ(opt_prepare({}, problem, &record), OPT_RESP_OK);
+    EXPECT_EQ(record->form, 5);
+    EXPECT_EQ(record->varscale != 1.0, big > 5);
+    ASSERT_EQ(record->nlp->numrows, 3);
+    const double scale = record->varscale, q = record->objscale;
+    std::vector<double> x = {2.0 / scale, 0.5 / scale, 1.5 / scale, 1.0, 1.0}, y = {0.7 * q * scale, -0.3 * q * scale};
+    const double xx[] = {1.0, 1.5, 3.0, 0.5};  // -1 + 2, 2 - 0.5, 3, 2 - 1.5
+    std::vector<double> row(2, 0.0), gradient(5), other(5), unused(2);
+    double value = 0.0, above = 0.0, below = 0.0;
+    ASSERT_EQ(opt_eval(problem, record, x.data(), y.data(), &value, row.data(), gradient.data()), OPT_RESP_OK);
+    const double f = xx[0] * xx[0] * xx[3] + std::pow(xx[2], 3);
+    EXPECT_NEAR(value, q * (1.0 + xx[0] * xx[3] + xx[1] * xx[1] + 1.5 * f), 1e-12 * (1 + std::fabs(value)));
+    EXPECT_NEAR(row[0] * scale, f, 1e-9);
+    EXPECT_NEAR(row[1] * scale, xx[3] * xx[3] + xx[3] * xx[2] + 0.5 * xx[2] * xx[2], 1e-9);
+    ASSERT_EQ(opt_evala(problem, record, x.data(), y.data()), OPT_RESP_OK);
+    const OptNlp& nlp = *record->nlp;
+    for (int32_t j = 0; j < 3; ++j) {
+      const double h = 1e-4 / scale;
+      const auto at = [&](double step, double* objective, double* rows, double* grad) {
+        std::vector<double> moved = x;
+        moved[static_cast<std::size_t>(j)] += step;
+        std::fill_n(rows, 2, 0.0);
+        EXPECT_EQ(opt_eval(problem, record, moved.data(), y.data(), objective, rows, grad), OPT_RESP_OK);
+      };
+      std::vector<double> up(5), down(5), rowup(2), rowdown(2);
+      at(h, &above, rowup.data(), up.data());
+      at(-h, &below, rowdown.data(), down.data());
+      double expected = (above - below) / (2.0 * h);
+      for (std::size_t r = 0; r < 2; ++r) expected -= y[r] * (rowup[r] - rowdown[r]) / (2.0 * h);
+      EXPECT_NEAR(gradient[static_cast<std::size_t>(j)], expected, 1e-5 * (1e-3 + std::fabs(expected)));
+      for (int32_t t = nlp.hessian->ptrb[j]; t < nlp.hessian->ptre[j]; ++t) {
+        const auto i = static_cast<std::size_t>(nlp.hessian->sub[t]);
+        const double second = (up[i] - down[i]) / (2.0 * h);
+        EXPECT_NEAR(nlp.hessian->val[t], second, 1e-5 * (q * scale * scale + std::fabs(second))) << i << j;
+      }
+      for (int32_t k = 0; k < 2; ++k)
+        for (int32_t t = nlp.jacobian->ptrb[k]; t < nlp.jacobian->ptre[k]; ++t)
+          if (nlp.jacobian->sub[t] == j) {
+            const auto r = static_cast<std::size_t>(k);
+            EXPECT_NEAR(nlp.jacobian->val[t], (rowup[r] - rowdown[r]) / (2.0 * h), 1e-6) << k << j;
+          }
+    }
+    EXPECT_EQ(nlp.jacobian->ptre[0] - nlp.jacobian->ptrb[0], 2);  // the third variable is fixed
+    EXPECT_EQ(spmat_getnumnz(nlp.hessian), record->nvarstr + 1);
+    nonlinear.handle = &nonlinear;  // fails from now on
+    EXPECT_EQ(opt_eval(problem, record, x.data(), y.data(), &value, row.data(), nullptr), OPT_RESP_USERFUNC);
+  }
 }
 
 // Long problems go to the dual, wide ones stay.
