@@ -329,17 +329,22 @@ int32_t nl_values(void* handle, const OptNlValues& ask) {
   return 0;
 }
 
+PlainLp mixed_lp(int64_t big) {
+  tarvo_test::IntLp lp;
+  lp.a = {{1, 2, 0, 1}, {0, 1, 1, -1}, {1, 0, 3, 0}, {1, 1, 1, 1}};
+  lp.row = {{0, 1, 0}, {1, 0, big}, {3, 0, 0}, {3, 0, 0}};
+  lp.column = {{0, -1, 0}, {1, 0, 2}, {2, 3, 3}, {4, -4, 2}};
+  lp.c = {1, 2, 3, 4};
+  PlainLp p = tarvo_test::plain(lp);
+  p.cc[2] = 1.5;
+  return p;
+}
+
 // Values and derivatives against the given functions and against differences, with flips, a fixed column, a free row
 // with a cost, and with and without scaling.
 TEST_F(Canonical, NonlinearValuesAndDerivatives) {
   for (const int64_t big : {5, 100000}) {
-    tarvo_test::IntLp lp;
-    lp.a = {{1, 2, 0, 1}, {0, 1, 1, -1}, {1, 0, 3, 0}, {1, 1, 1, 1}};
-    lp.row = {{0, 1, 0}, {1, 0, big}, {3, 0, 0}, {3, 0, 0}};
-    lp.column = {{0, -1, 0}, {1, 0, 2}, {2, 3, 3}, {4, -4, 2}};
-    lp.c = {1, 2, 3, 4};
-    PlainLp p = tarvo_test::plain(lp);
-    p.cc[2] = 1.5;
+    PlainLp p = mixed_lp(big);
     take(&p);
     const int32_t subi[] = {1, 3, 3, 2}, subj[] = {1, 3, 2, 2}, begin[] = {0, 1, 4, 4}, end[] = {0, 4, 4, 4};
     const double val[] = {2.0, 2.0, 1.0, 1.0};
@@ -397,6 +402,50 @@ TEST_F(Canonical, NonlinearValuesAndDerivatives) {
     EXPECT_EQ(spmat_getnumnz(nlp.hessian), record->nvarstr + 1);
     nonlinear.handle = &nonlinear;  // fails from now on
     EXPECT_EQ(opt_eval(problem, record, x.data(), y.data(), &value, row.data(), nullptr), OPT_RESP_USERFUNC);
+  }
+}
+
+struct Failing {
+  int64_t left;
+  static void* take(void* handle, std::size_t size) {
+    return static_cast<Failing*>(handle)->left-- > 0 ? std::malloc(size) : nullptr;
+  }
+  static void give(void*, void* pointer) { std::free(pointer); }
+};
+
+// Every allocation fails once: the code says so, and nothing is left behind.
+TEST_F(Canonical, RunsOutOfMemory) {
+  PlainLp p = mixed_lp(5);
+  take(&p);
+  const int32_t sub[] = {0}, begin[] = {0, 0, 0, 0}, end[] = {0, 1, 0, 0};
+  const double val[] = {1.0};
+  OptNonlinear nonlinear{nullptr, nl_structure, nl_values};
+  for (int32_t kind = 0; kind < 6; ++kind) {  // three forms, then quadratic and nonlinear content
+    int32_t resp = OPT_RESP_SPACE;
+    for (int64_t k = 0; resp != OPT_RESP_OK; ++k) {
+      Failing failing{INT64_MAX};
+      sysenv* mine = sysenv_make(SysKind::task, true, &failing, Failing::take, Failing::give);
+      failing.left = k;
+      OptProblem q = problem;
+      q.env = mine;
+      q.quad.objend = kind == 3;
+      q.quad.subi = q.quad.subj = sub;
+      q.quad.val = val;
+      q.quad.conbegin = kind == 4 ? begin : nullptr;
+      q.quad.conend = end;
+      q.nonlinear = kind == 5 ? &nonlinear : nullptr;
+      OptOptions options;
+      options.solveform = std::min(kind, 2);
+      odat* made = nullptr;
+      resp = opt_prepare(options, q, &made);
+      EXPECT_EQ(made != nullptr, resp == OPT_RESP_OK);
+      if (resp != OPT_RESP_OK) {
+        ASSERT_EQ(resp, OPT_RESP_SPACE);
+      }
+      opt_deleteodat(&made);
+      EXPECT_EQ(sysenv_delete(&mine), SYS_OK);
+      ASSERT_LT(k, 500);
+    }
   }
 }
 
