@@ -174,8 +174,9 @@ int32_t prslv_conrelax(prslvrun* run, int32_t i, bool drop_lower, bool drop_uppe
 
 int32_t prslv_confree(prslvrun* run, int32_t i) {
   prslvprob* p = run->p;
-  int32_t n = 0;
-  for_row(run, i, [&](int32_t, double) { ++n; });
+  // Fixed columns are part of it: they don't look at free rows when they come back.
+  const spmat* at = run->acolt;
+  const int32_t n = at->ptre[i] - at->ptrb[i];
   int32_t* ints = nullptr;
   double* doubles = nullptr;
   if (prslv_beginpushstk(run, PRSLV_ROW_REMOVED, n + 3, n + 3, &ints, &doubles) != PRSLV_OK) return PRSLV_SPACE;
@@ -186,11 +187,11 @@ int32_t prslv_confree(prslvrun* run, int32_t i) {
   doubles[1] = DBL_MAX;
   doubles[2] = p->cc[i];
   int32_t k = 3;
-  for_row(run, i, [&](int32_t j, double a) {
-    ints[k] = j;
-    doubles[k++] = a;
-    p->cx[j] += p->cc[i] * a;
-  });
+  for (int32_t t = at->ptrb[i]; t < at->ptre[i]; ++t) {
+    ints[k] = at->sub[t];
+    doubles[k++] = at->val[t];
+    p->cx[at->sub[t]] += p->cc[i] * at->val[t];
+  }
   prslv_endpushstk(run, &ints, &doubles);
   p->cc[i] = 0.0;
   return PRSLV_OK;

@@ -100,6 +100,14 @@ int32_t first_look(prslvrun* run) {
   }
   for (int32_t j = 0; j < p->numvar && result == PRSLV_OK; ++j) {
     if (p->bkx[j] == PRSLV_BK_FX && run->p->acol->ptrb[j] < run->p->acol->ptre[j]) {
+      for (int32_t t = p->acol->ptrb[j]; t < p->acol->ptre[j]; ++t) {  // not counted as live so far
+        const int32_t i = p->acol->sub[t];
+        if (!prslv_livecon(run, i)) continue;
+        ++run->varnz[j];
+        ++run->connz[i];
+        run->lax[i] += p->acol->val[t] * p->blx[j];
+        run->uax[i] += p->acol->val[t] * p->blx[j];
+      }
       result = prslv_varfix(run, j, p->blx[j]);
     } else if (p->bkx[j] == PRSLV_BK_RA && run->varcla[j] != 0 && p->bux[j] - p->blx[j] <= tol &&
                p->bux[j] + tol >= p->blx[j]) {

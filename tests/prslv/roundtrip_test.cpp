@@ -1,0 +1,52 @@
+// Random small problems with all the structures that reductions look for, through the presolve and back.
+#include "prslv/roundtrip.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "support/differential.h"
+
+namespace tarvo_test {
+namespace {
+
+// TARVO_SEED and TARVO_RUNS try other seeds and more of them.
+int32_t setting(const char* name, int32_t otherwise) {
+  const char* text = std::getenv(name);
+  return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+tarvo::prslvpar switches(int32_t seed) {
+  tarvo::prslvpar par;
+  par.relax = seed % 5 != 0 ? 1 : 0;
+  par.eliminator = seed % 4 != 0 ? 1 : 0;
+  par.lindep = seed % 3 != 0 ? 1 : 0;
+  par.dualargs = seed % 7 != 0 ? 1 : 0;
+  par.use = seed % 31 != 0 ? 1 : 0;
+  return par;
+}
+
+TEST(RoundTrip, RandomProblemsComeBack) {
+  const int32_t first = setting("TARVO_SEED", 1), runs = setting("TARVO_RUNS", 2000);
+  int32_t failures = 0;
+  int64_t before = 0, after = 0;
+  for (int32_t seed = first; seed < first + runs && failures < 5; ++seed) {
+    Choices pick(static_cast<uint64_t>(seed));
+    const IntLp lp = random_problem(&pick);
+    const auto exact = exact_answer(lp);
+    if (!exact) continue;
+    const RoundTrip trip =
+        roundtrip(plain(lp, seed % 3 == 0 ? static_cast<uint32_t>(seed) : 0), *exact, switches(seed));
+    before += lp.numcon() + lp.numvar();
+    after += trip.reduced.numcon + trip.reduced.numvar;
+    if (trip.wrong.empty()) continue;
+    ++failures;
+    ADD_FAILURE() << "seed " << seed << ": " << trip.wrong << "\n" << as_text(lp);
+  }
+  // Most of such problems is for the presolve to solve.
+  EXPECT_LT(after, before) << before;
+  std::printf("rows and columns: %ld of %ld left\n", static_cast<long>(after), static_cast<long>(before));
+}
+
+}  // namespace
+}  // namespace tarvo_test
