@@ -134,12 +134,12 @@ static int32_t consin(prslvrun* run, int32_t i) {
   p->cx[j] += p->cc[i] * a;
   p->cc[i] = 0.0;
   double newlow = haslow ? low : oldlow, newup = hasup ? up : oldup;
-  if (newlow > newup) {
-    // Crossed within the tolerance: the column's own bound wins.
-    if (haslow && !hasup)
-      newlow = newup;
-    else
-      newup = newlow = hadlow && newup < oldlow ? oldlow : (hadup && newlow > oldup ? oldup : newlow);
+  if (newlow > newup) {  // crossed within the tolerance: the column's own bound wins
+    if (haslow && hadup && low > oldup)
+      newlow = oldup;
+    else if (hasup && hadlow && up < oldlow)
+      newlow = oldlow;
+    newup = newlow;
   }
   haslow = haslow || hadlow;
   hasup = hasup || hadup;
@@ -177,8 +177,6 @@ int32_t prslv_undosingletonrow(prslvwalk* w, int32_t /*type*/, const int32_t* in
   if (side == PRSLV_SK_FIX ||
       ((side == PRSLV_SK_LOW || side == PRSLV_SK_UPR) && wasranged && usedup - usedlow <= w->par->tol_x && d != 0.0)) {
     side = d < 0.0 ? PRSLV_SK_UPR : PRSLV_SK_LOW;
-    // With a reduced cost of 0 the column may go to whichever bound is left to it.
-    if (d == 0.0 && !prslv_lower(ints[4]) && prslv_upper(ints[4]) && !prslv_lower(given)) side = PRSLV_SK_UPR;
     s->slx[j] = std::max(d, 0.0);
     s->sux[j] = std::max(-d, 0.0);
     s->skx[j] = side;
