@@ -146,8 +146,6 @@ static int32_t consin(prslvrun* run, int32_t i) {
   prslv_removecon(run, i);
   const int32_t bk = haslow ? (hasup ? PRSLV_BK_RA : PRSLV_BK_LO) : PRSLV_BK_UP;
   prslv_newvarbounds(run, j, bk, newlow, newup);
-  ++run->changes;
-  ++run->numfreed;
   if (bk == PRSLV_BK_RA && newup - newlow <= drop) return prslv_varfix(run, j, newlow);
   return PRSLV_OK;
 }
@@ -292,13 +290,11 @@ static int32_t conforce(prslvrun* run, int32_t i, bool at_lower) {
       prslv_fatal(p->env, "No lower bound bkx[%d]=%d aij=%e", j, p->bkx[j], at->val[k]);
     }
     prslv_removevar(run, j, upper ? p->bux[j] : p->blx[j]);
-    ++run->numfixed;
     ++run->stat->forceconvar;
   }
   prslv_removecon(run, i);
   p->cc[i] = 0.0;
   ++run->stat->forcecon;
-  ++run->changes;
   return PRSLV_OK;
 }
 
@@ -344,7 +340,6 @@ int32_t prslv_undoforcingrow(prslvwalk* w, int32_t /*type*/, const int32_t* ints
       if (r != i) {
         if (prslv_lower(w->bkc[r])) w->blc[r] += vals[e] * bound;
         if (prslv_upper(w->bkc[r])) w->buc[r] += vals[e] * bound;
-        w->cfix -= w->cc[r] * vals[e] * bound;
       }
     }
     // The reduced cost for y[i] = 0, kept in slx until y[i] is known.

@@ -169,24 +169,16 @@ void propagate(Dominated* dom) {
   }
 }
 
-// What a conclusion on column j (row -1) or row i (column -1) rests on, and whether that is allowed.
-struct Basis {
-  bool allowed = true;
-  bool columns = false;  // any bound in it came from a column
-};
-Basis columnbasis(const Dominated* dom, int32_t j, bool nonneg) {
-  Basis basis;
-  if (dom->pincol[j] != 0 || (dom->pinned.cols & bit(j)) != 0) basis.allowed = false;
+// Whether column j may be fixed by d_j >= 0 (nonneg) or d_j <= 0, as far as the chains behind that go.
+bool independent(const Dominated* dom, int32_t j, bool nonneg) {
+  bool ok = dom->pincol[j] == 0 && (dom->pinned.cols & bit(j)) == 0;
   // d_j >= 0 came from the largest a y, d_j <= 0 from the smallest.
   prslv_eachincol(dom->run, j, [&](int32_t i, double a) {
     const Effective e = effective(dom, i, (a > 0.0) != nonneg);
-    if (e.src >= 0) {
-      basis.columns = true;
-      if (e.src == j || (e.behind.cols & bit(j)) != 0) basis.allowed = false;
-    }
-    return true;
+    ok = ok && (e.src < 0 || (e.src != j && (e.behind.cols & bit(j)) == 0));
+    return ok;
   });
-  return basis;
+  return ok;
 }
 void pin(Dominated* dom, int32_t i, const Effective& e) {
   if (e.src < 0) {
@@ -235,39 +227,32 @@ int32_t fixrows(Dominated* dom) {
   return PRSLV_OK;
 }
 
-// Columns whose reduced cost has a sign, columns that force their rows' multipliers, and rays.
-int32_t fixcolumns(Dominated* dom, bool withcolumns) {
+// Column j's reduced cost may have a sign, or the column may force its rows' multipliers, or be a ray. With `chains`
+// bounds that columns gave count too.
+int32_t checkcolumn(Dominated* dom, int32_t j, bool chains) {
   prslvrun* run = dom->run;
-  prslvprob* p = run->p;
-  for (int32_t j = 0; j < p->numvar && !prslv_stopped(run); ++j) {
-    if (run->varcla[j] == 0 || !prslv_livevar(run, j) || run->varnz[j] == 0) continue;
-    const double cost = p->cx[j];
-    for (int32_t nonneg = 1; nonneg >= 0; --nonneg) {
-      const DualActivity act = dualactivity(dom, j, nonneg == 0);
-      if (act.ninf > 0) continue;
-      // The least value of d_j, or the least of -d_j.
-      const double d = nonneg != 0 ? cost - act.sum : act.sum - cost;
-      const double size = std::max(std::fabs(cost), act.size);
-      if (d < -weakness * std::max(1.0, size)) continue;
-      const Basis basis = columnbasis(dom, j, nonneg != 0);
-      if (!withcolumns && basis.columns) continue;
-      if (hasusable(p, j, nonneg != 0)) {
-        if (!basis.allowed) continue;
-        const int32_t res = fixatbound(dom, j, nonneg != 0);
-        if (res != PRSLV_OK) return res;
-        ++run->numfixed;
-        break;
-      }
-      if (nonneg != 0 ? prslv_lower(p->bkx[j]) : prslv_upper(p->bkx[j])) continue;
-      if (d > run->par->tol_s * std::max(1.0, size)) {
-        if (!basis.columns) prslv_dualinfeasvar(run, j, nonneg != 0 ? -1.0 : 1.0);
-        if (prslv_stopped(run)) return PRSLV_OK;
-      } else if (!basis.columns) {
-        bool done;
-        const int32_t res = prslv_varforce(run, j, nonneg == 0, &done);
-        if (res != PRSLV_OK) return res;
-        if (done) break;
-      }
+  const prslvprob* p = run->p;
+  if (run->varcla[j] == 0 || !prslv_livevar(run, j) || run->varnz[j] == 0) return PRSLV_OK;
+  const double cost = p->cx[j];
+  for (int32_t nonneg = 1; nonneg >= 0; --nonneg) {
+    const DualActivity act = dualactivity(dom, j, nonneg == 0);
+    if (act.ninf > 0) continue;
+    // The least value of d_j, or the least of -d_j.
+    const double d = nonneg != 0 ? cost - act.sum : act.sum - cost;
+    const double size = std::max(std::fabs(cost), act.size);
+    if (d < -weakness * std::max(1.0, size)) continue;
+    if (hasusable(p, j, nonneg != 0)) {
+      if (independent(dom, j, nonneg != 0)) return fixatbound(dom, j, nonneg != 0);
+      continue;
+    }
+    if (chains || (nonneg != 0 ? prslv_lower(p->bkx[j]) : prslv_upper(p->bkx[j]))) continue;
+    if (d > run->par->tol_s * std::max(1.0, size)) {
+      prslv_dualinfeasvar(run, j, nonneg != 0 ? -1.0 : 1.0);
+      if (prslv_stopped(run)) return PRSLV_OK;
+    } else {
+      bool done;
+      const int32_t res = prslv_varforce(run, j, nonneg == 0, &done);
+      if (res != PRSLV_OK || done) return res;
     }
   }
   return PRSLV_OK;
@@ -296,12 +281,14 @@ int32_t fixstrictly(Dominated* dom, int32_t* found) {
     const int32_t j = nonneg ? found[k] : ~found[k];
     const int32_t res = prslv_varfixatbound(run, nonneg ? PRSLV_VAR_AT_LOWER : PRSLV_VAR_AT_UPPER, j);
     if (res != PRSLV_OK) return res;
-    ++run->numfixed;
   }
   return PRSLV_OK;
 }
 
-int32_t dominated(prslvrun* run) {
+// How many elements the search with chains may look at without finding anything, in units of the problem's.
+constexpr int64_t chaineffort = 12;
+
+int32_t dominated(prslvrun* run, int32_t numtouched, const int32_t* touched) {
   const prslvprob* p = run->p;
   if (p->numvar == 0 || p->numcon == 0) return PRSLV_OK;
   Dominated dom;
@@ -324,18 +311,27 @@ int32_t dominated(prslvrun* run) {
   }
 
   // What the rows' own keys say needs no chains.
-  int32_t res = fixcolumns(&dom, false);
-  if (res != PRSLV_OK || prslv_stopped(run)) return res;
-  for (int32_t j = 0; j < p->numvar; ++j) {
-    if (run->varnz[j] == 1 && onesided(run, j)) enqueue(&dom, j);
+  int32_t res = PRSLV_OK;
+  for (int32_t k = 0; k < numtouched && res == PRSLV_OK && !prslv_stopped(run); ++k) {
+    res = checkcolumn(&dom, touched[k], false);
   }
-  for (int32_t j = 0; j < p->numvar; ++j) {
-    if (run->varnz[j] > 1 && onesided(run, j)) enqueue(&dom, j);
+  if (res != PRSLV_OK || prslv_stopped(run)) return res;
+
+  const int64_t limit = chaineffort * (spmat_getnumnz(p->acol) + p->numvar);
+  if (run->chainwork > limit) return PRSLV_OK;
+  const int64_t before = run->changes;
+  for (int32_t nz = 1; nz <= 2; ++nz) {  // singletons first: their bounds need no others
+    for (int32_t j = 0; j < p->numvar; ++j) {
+      if ((nz == 1) == (run->varnz[j] == 1) && onesided(run, j)) enqueue(&dom, j);
+    }
   }
   propagate(&dom);
   res = fixrows(&dom);
-  if (res == PRSLV_OK) res = fixcolumns(&dom, true);
+  for (int32_t j = 0; j < p->numvar && res == PRSLV_OK && !prslv_stopped(run); ++j) res = checkcolumn(&dom, j, true);
   if (res == PRSLV_OK && !prslv_stopped(run)) res = fixstrictly(&dom, found);
+  const int64_t gain = run->changes - before;
+  run->chainwork += spmat_getnumnz(p->acol) + p->numvar;
+  if (100 * gain > p->numvar) run->chainwork = 0;
   return res;
 }
 
@@ -362,16 +358,19 @@ int32_t prslv_emptyvar(prslvrun* run, int32_t j) {
     prslv_dualinfeasvar(run, j, cost > 0.0 ? -1.0 : 1.0);
     return PRSLV_OK;
   }
-  const int32_t res = prslv_varfixatbound(run, type, j);
-  if (res == PRSLV_OK) ++run->numfixed;
-  return res;
+  return prslv_varfixatbound(run, type, j);
 }
 
 int32_t prslv_checkvar(prslvrun* run, int32_t* doubletons) {
-  prslvprob* p = run->p;
+  const prslvprob* p = run->p;
+  // Columns touched so far, for the tests below; what these touch in turn waits for the next call.
+  Array<int32_t> touched;
+  if (!touched.alloc(p->env, static_cast<std::size_t>(run->cols.count))) return PRSLV_SPACE;
+  int32_t numtouched = 0;
   while (run->cols.count > 0) {
     const int32_t j = prslv_listpop(&run->cols);
     if (!prslv_livevar(run, j) || run->varcla[j] == 0) continue;
+    if (static_cast<std::size_t>(numtouched) < touched.size()) touched[numtouched++] = j;
     int32_t res = PRSLV_OK;
     if (run->varnz[j] == 0) {
       res = prslv_emptyvar(run, j);
@@ -393,7 +392,7 @@ int32_t prslv_checkvar(prslvrun* run, int32_t* doubletons) {
     if (p->bkc[i] == PRSLV_BK_FX && run->connz[i] == 2) ++*doubletons;
   }
   if (run->par->dualargs == 0) return PRSLV_OK;
-  return dominated(run);
+  return dominated(run, numtouched, touched.data());
 }
 
 }  // namespace tarvo

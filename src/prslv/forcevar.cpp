@@ -79,13 +79,10 @@ int32_t prslv_varforce(prslvrun* run, int32_t j, bool up, bool* done) {
     });
     p->cc[i] = 0.0;
     prslv_removecon(run, i);
-    ++run->numfreed;
     ++run->stat->forcevarcon;
   }
   prslv_removevar(run, j, start);
-  ++run->numfixed;
   ++run->stat->forcevar;
-  ++run->changes;
   *done = true;
   return PRSLV_OK;
 }

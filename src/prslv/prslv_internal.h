@@ -81,6 +81,7 @@ struct prslvrun {
   // Rows that prslv_checkcon looked at since the last prslv_relax, and columns whose bounds these may imply now.
   prslvlist relaxrows;
   prslvlist relaxcols;
+  int64_t chainwork = 0;  // elements that the search for dominated columns looked at since it last found enough
   int64_t changes;  // counts every successful reduction; a check that finds it unchanged since its last run has nothing
                     // to do
   int32_t numfixed, numfreed;  // columns fixed and rows freed so far

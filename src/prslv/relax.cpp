@@ -106,7 +106,6 @@ int32_t freerows(prslvrun* run) {
     if ((needlow && !oklow) || (needup && !okup)) continue;
     const int32_t res = prslv_conrelax(run, i, true, true);
     if (res != PRSLV_OK) return res;
-    ++run->numfreed;
   }
   return PRSLV_OK;
 }
@@ -174,7 +173,6 @@ int32_t relaxbounds(prslvrun* run) {
     if (!droplow && !dropup) continue;
     const int32_t res = prslv_varrelax(run, j, droplow, dropup);
     if (res != PRSLV_OK) return res;
-    ++run->changes;
   }
   return PRSLV_OK;
 }
