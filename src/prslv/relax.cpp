@@ -197,16 +197,6 @@ int32_t prslv_freesingleton(prslvrun* run, int32_t i, int32_t j, double a, bool*
     return prslv_dupconandvar(run, i, j, a);
   }
   if (!impliedfree(run, i, j, a)) return PRSLV_OK;
-  if (p->bkc[i] != PRSLV_BK_FX) {
-    const bool at_lower = t > 0.0;
-    if (std::fabs(t) <= run->par->tol_s) return PRSLV_OK;
-    if (!(at_lower ? prslv_lower(p->bkc[i]) : prslv_upper(p->bkc[i]))) {
-      if (p->bkx[j] == PRSLV_BK_FR) prslv_dualinfeasvar(run, j, p->cx[j] > 0.0 ? -1.0 : 1.0);
-      return PRSLV_OK;
-    }
-    const int32_t res = prslv_confixatbound(run, i, at_lower);
-    if (res != PRSLV_OK) return res;
-  }
   if (p->bkx[j] != PRSLV_BK_FR) {
     const int32_t res = prslv_varrelax(run, j, prslv_lower(p->bkx[j]), prslv_upper(p->bkx[j]));
     if (res != PRSLV_OK) return res;
