@@ -147,7 +147,6 @@ int32_t prslv_checkcon(prslvrun* run, int32_t relax_mode);   // checkcon.cpp
 int32_t prslv_relax(prslvrun* run, int32_t relax_mode);      // relax.cpp
 int32_t prslv_checkvar(prslvrun* run, int32_t* doubletons);  // checkvar.cpp; adds the new doubleton rows it saw
 int32_t prslv_emptyvar(prslvrun* run, int32_t j);            // checkvar.cpp; finishes a linear column without elements
-int32_t prslv_emptyvar(prslvrun* run, int32_t j);            // checkvar.cpp; settles a column without elements
 int32_t prslv_checkdupcon(prslvrun* run);                    // dupcon.cpp
 int32_t prslv_checkdupvar(prslvrun* run);                    // dupvar.cpp
 int32_t prslv_dupconandvar(prslvrun* run, int32_t i, int32_t j, double a);
