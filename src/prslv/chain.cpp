@@ -243,7 +243,7 @@ void applychain(prslvelim* e, int32_t root, int32_t n, const Range& range) {
       }
       elim_touchrow(e, r);
     });
-    p->cx[root] += f * p->cx[v];
+    p->cx[root] = prslv_addcost(p->cx[root], f * p->cx[v]);
     // The fixed slot keeps its cost: cx g is its share of the objective.
     p->bkx[v] = PRSLV_BK_FX;
     p->blx[v] = p->bux[v] = g;
@@ -346,7 +346,8 @@ int32_t prslv_undochain(prslvwalk* w, int32_t /*type*/, const int32_t* ints, int
     if (holds) {
       const bool lower = (f > 0.0) == (st == PRSLV_SK_LOW);
       s->skx[v] = lower ? PRSLV_SK_LOW : PRSLV_SK_UPR;
-      s->xx[v] = w->f_p * (lower ? w->blx[v] : w->bux[v]);
+      // Exactly at its bound; a ray may well leave a column moving that has the key of a bound.
+      if (w->f_p != 0.0) s->xx[v] = lower ? w->blx[v] : w->bux[v];
     }
     const int32_t* sub = vint + 2;
     for (int32_t t = 1; t < size; ++t) {

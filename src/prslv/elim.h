@@ -1,6 +1,8 @@
 // What the eliminator, the elimination of a column and the doubleton chains share.
 #pragma once
 
+#include <cmath>
+
 #include "prslv/matlnk.h"
 #include "prslv/prslv_internal.h"
 
@@ -14,6 +16,13 @@ struct prslvpivot {
   const int32_t* colsub;
   const double* colval;
 };
+
+// The sum of two costs, zero when only rounding is left of it: a cost of 1e-17 on a free column would make a problem
+// unbounded.
+inline double prslv_addcost(double a, double b) {
+  const double sum = a + b, size = std::fabs(a) + std::fabs(b);
+  return std::fabs(sum) <= 1e-14 * size ? 0.0 : sum;
+}
 
 // Pushes the record of an elimination and moves costs and row bounds; the caller changes the matrix, frees row i and
 // gives slot j the row's old key and bounds.

@@ -36,11 +36,11 @@ int32_t prslv_pushelimination(prslvrun* run, const prslvpivot& pivot) {
   const double a = pivot.rowval[0], t = p->cx[j] / a;
   if (t != 0.0) {
     for (int32_t k = 1; k < nrow; ++k) {
-      p->cx[pivot.rowsub[k]] -= pivot.rowval[k] * t;
+      p->cx[pivot.rowsub[k]] = prslv_addcost(p->cx[pivot.rowsub[k]], -pivot.rowval[k] * t);
       prslv_listpush(&run->cols, pivot.rowsub[k]);
     }
   }
-  p->cx[j] = p->cc[i] + t;
+  p->cx[j] = prslv_addcost(p->cc[i], t);
   p->cc[i] = 0.0;
   if (p->bkc[i] == PRSLV_BK_FX) {
     const double z = p->blc[i];
