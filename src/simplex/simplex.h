@@ -11,6 +11,7 @@
 
 #include "cpub/array.h"
 #include "lu/lu.h"
+#include "prslv/prslv.h"
 
 namespace tarvo {
 
@@ -60,10 +61,12 @@ struct simplexpar {
   int32_t savelu;     // keep the factor for basis solves
   int32_t solveform;  // 0 free, 1 primal form, 2 dual form
   int32_t presolve;   // 0 no, 1 yes, 2 free
+  prslvpar reduce;    // settings of the presolve
   int32_t primalrestrict;  // percentage of the restricted candidate set
   int32_t hotstartstatus;  // use the status keys of the offered solution only
   int32_t primalcrash;     // crash percentage
   int32_t maxiter[SIM_NUM_OPTIMIZERS], maxsetbacks[SIM_NUM_OPTIMIZERS];
+  int32_t switchopt;     // with the dual form the other optimiser is meant
   int32_t primalselect;  // 0 free, 1 partial, 2 full, 3 approximate steepest edge, 4 steepest edge, 5 devex
   int32_t refactorfreq[SIM_NUM_OPTIMIZERS];  // 0 automatic
   double tolx[SIM_NUM_OPTIMIZERS], tols[SIM_NUM_OPTIMIZERS], tolpiv[SIM_NUM_OPTIMIZERS];
@@ -84,9 +87,10 @@ struct simplexinfo {
   double pobj, sumpbi, dobj, sumdbi;
   int32_t perturbed, allowperturb;
   int32_t seed;
-  int32_t solvedual;       // the dual form is being solved
-  int32_t numcon, numvar;  // sizes of the problem solved
-  double timestart;        // thread CPU seconds at the start of the optimiser
+  int32_t solvedual;          // the dual form is being solved
+  const prslvstat* presolve;  // what the presolve has done, NULL when it did not run
+  int32_t numcon, numvar;     // sizes of the problem solved
+  double timestart;           // thread CPU seconds at the start of the optimiser
   double cputime[SIM_NUM_OPTIMIZERS];
 };
 
@@ -96,6 +100,9 @@ struct SimplexEvents {
   void* handle;
   int32_t (*func)(void* handle, int32_t event, const simplexinfo* info);
   bool every;
+  // Text and names for the log of the presolve; NULL for none.
+  void (*print)(void* handle, const char* text) = nullptr;
+  void (*name)(void* handle, bool row, int32_t index, char* buffer, int32_t size) = nullptr;
 };
 
 // The problem and the solution, all arrays the caller's. By row [numcon]: cc, blc, buc, bkc, skc, xc, y, sc. By column

@@ -250,7 +250,67 @@ int32_t event_simplex(Task* task, int32_t event, const simplexinfo* info, double
   });
 }
 
+namespace {
+
+void presolve_items(Task* task, const prslvstat& stat) {
+  int32_t* iinf = task->iinf;
+  const struct {
+    const prslvcounts& from;
+    int32_t con, var, nz;
+    int32_t conof[5], varof[5];  // by bound key
+  } sides[] = {{stat.before,
+                TRV_IINF_PRESOLVE_NUMCON,
+                TRV_IINF_PRESOLVE_NUMVAR,
+                TRV_IINF_PRESOLVE_NUMNZA,
+                {TRV_IINF_PRESOLVE_NUMCLO, TRV_IINF_PRESOLVE_NUMCUP, TRV_IINF_PRESOLVE_NUMCFX, TRV_IINF_PRESOLVE_NUMCFR,
+                 TRV_IINF_PRESOLVE_NUMCRA},
+                {TRV_IINF_PRESOLVE_NUMVLO, TRV_IINF_PRESOLVE_NUMVUP, TRV_IINF_PRESOLVE_NUMVFX, TRV_IINF_PRESOLVE_NUMVFR,
+                 TRV_IINF_PRESOLVE_NUMVRA}},
+               {stat.after,
+                TRV_IINF_PRESOLVE_FNUMCON,
+                TRV_IINF_PRESOLVE_FNUMVAR,
+                TRV_IINF_PRESOLVE_FNUMNZA,
+                {TRV_IINF_PRESOLVE_FNUMCLO, TRV_IINF_PRESOLVE_FNUMCUP, TRV_IINF_PRESOLVE_FNUMCFX,
+                 TRV_IINF_PRESOLVE_FNUMCFR, TRV_IINF_PRESOLVE_FNUMCRA},
+                {TRV_IINF_PRESOLVE_FNUMVLO, TRV_IINF_PRESOLVE_FNUMVUP, TRV_IINF_PRESOLVE_FNUMVFX,
+                 TRV_IINF_PRESOLVE_FNUMVFR, TRV_IINF_PRESOLVE_FNUMVRA}}};
+  for (const auto& side : sides) {
+    iinf[side.con] = side.from.activecon;
+    iinf[side.var] = side.from.activevar;
+    iinf[side.nz] = saturate(side.from.nz);
+    for (int32_t bk = 0; bk < 5; ++bk) {
+      iinf[side.conof[bk]] = side.from.con[bk];
+      iinf[side.varof[bk]] = side.from.var[bk];
+    }
+  }
+  iinf[TRV_IINF_PRESOLVE_FORCE_CON_NUM] = stat.forcecon;
+  iinf[TRV_IINF_PRESOLVE_FORCE_CON_NUM_VAR] = stat.forceconvar;
+  iinf[TRV_IINF_PRESOLVE_FORCE_VAR_NUM] = stat.forcevar;
+  iinf[TRV_IINF_PRESOLVE_FORCE_VAR_NUM_CON] = stat.forcevarcon;
+  iinf[TRV_IINF_PRESOLVE_NUM_DOU_CHAINS] = stat.chains;
+  iinf[TRV_IINF_PRESOLVE_NUM_CONS_IN_DOU_CHAINS] = stat.chaincons;
+  iinf[TRV_IINF_PRESOLVE_PIV_ON_CON_NUM] = stat.pivcon;
+  iinf[TRV_IINF_PRESOLVE_ELI_NUM] = stat.eliminations;
+  iinf[TRV_IINF_PRESOLVE_ELI_NUM_TRIES] = stat.eliminatortries;
+  iinf[TRV_IINF_PRESOLVE_LINDEP_NUM] = stat.lindep;
+  iinf[TRV_IINF_PRESOLVE_LINDEP_NUM_TRIES] = stat.lindeptries;
+  iinf[TRV_IINF_PRESOLVE_LINDEP_NUM_TRUNC_TRIES] = stat.lindeptrunc;
+  iinf[TRV_IINF_PRESOLVE_LINDEP_SKIPPED_WORK] = stat.lindepskipped;
+  iinf[TRV_IINF_PRESOLVE_LINDEP_WORK] = saturate(stat.lindepwork);
+  iinf[TRV_IINF_PRESOLVE_LINDEP_PIVOTS] = saturate(stat.lindeppivots);
+  iinf[TRV_IINF_PRESOLVE_STACK_SIZE] = saturate(stat.stacksize);
+  iinf[TRV_IINF_PRESOLVE_COMPRESSED_STACK_SIZE] = saturate(stat.compressedstacksize);
+  iinf[TRV_IINF_PRESOLVE_OUTOFSPACE] = stat.outofspace;
+  iinf[TRV_IINF_PRESOLVE_ELIMINATOR_SKIPPED_SPACE] = stat.eliminatorskipped;
+  task->dinf[TRV_DINF_PRESOLVE_CPUTIME] = stat.time[PRSLV_TIME_TOTAL];
+  task->dinf[TRV_DINF_PRESOLVE_ELI_CPUTIME] = stat.time[PRSLV_TIME_ELIM];
+  task->dinf[TRV_DINF_PRESOLVE_LINDEP_CPUTIME] = stat.time[PRSLV_TIME_LINDEP];
+}
+
+}  // namespace
+
 void simplex_items(Task* task, const simplexinfo* info) {
+  if (info->presolve != nullptr) presolve_items(task, *info->presolve);
   int32_t* iinf = task->iinf;
   double* dinf = task->dinf;
   iinf[TRV_IINF_SIM_SOLVE_DUAL] = info->solvedual;

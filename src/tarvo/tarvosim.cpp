@@ -1,12 +1,14 @@
 #include "tarvo/tarvosim.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "optimize/boundcheck.h"
 #include "simplex/simplex.h"
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
 #include "tarvo/tarvodat.h"
+#include "tarvo/tarvonam.h"
 #include "tarvo/tarvosol.h"
 
 namespace tarvo {
@@ -27,6 +29,15 @@ int32_t on_event(void* handle, int32_t event, const simplexinfo* info) {
   return event_simplex(h->task, event, info, h->cpu0, h->real0);
 }
 
+void on_text(void* handle, const char* text) {
+  task_print(static_cast<const EventHandle*>(handle)->task, TRV_STREAM_LOG, "%s", text);
+}
+
+void on_name(void* handle, bool row, int32_t index, char* buffer, int32_t size) {
+  const Task* task = static_cast<const EventHandle*>(handle)->task;
+  std::snprintf(buffer, static_cast<std::size_t>(size), "%s", item_name(task, row ? TRV_PI_CON : TRV_PI_VAR, index));
+}
+
 int32_t start_mode(const Task* task) {
   const int32_t hotstart = task->ipar[TRV_IPAR_SIM_HOTSTART];
   if (hotstart == TRV_SIM_HOTSTART_NONE || !sol_defined(task, TRV_SOL_BAS)) return start_cold;
@@ -35,19 +46,41 @@ int32_t start_mode(const Task* task) {
   return solsta == TRV_SOL_STA_DUAL_FEAS ? start_dual : start_known;
 }
 
-simplexpar parameters(const Task* task, bool maximise) {
+prslvpar presolve_parameters(const Task* task) {
+  const int32_t* ipar = task->ipar;
+  const double* dpar = task->dpar;
+  prslvpar par;
+  par.loglev = ipar[TRV_IPAR_LOG_PRESOLVE] - 1;
+  par.lindep = ipar[TRV_IPAR_PRESOLVE_LINDEP_USE];
+  par.eliminator = ipar[TRV_IPAR_PRESOLVE_ELIMINATOR_USE];
+  par.tol_x = dpar[TRV_DPAR_PRESOLVE_TOL_X];
+  par.tol_s = dpar[TRV_DPAR_PRESOLVE_TOL_S];
+  par.tol_aij = dpar[TRV_DPAR_PRESOLVE_TOL_AIJ];
+  par.tol_lindep = dpar[TRV_DPAR_PRESOLVE_TOL_LIN_DEP];
+  par.lindep_work_lim = ipar[TRV_IPAR_PRESOLVE_LINDEP_WORK_LIM];
+  par.elim_fill = ipar[TRV_IPAR_PRESOLVE_ELIM_FILL];
+  return par;
+}
+
+simplexpar parameters(const Task* task, int32_t optimizer, bool maximise) {
   const int32_t* ipar = task->ipar;
   const double* dpar = task->dpar;
   // The optimisers' own numbers of a pricing rule (TRV_SIM_SELECTION_) and a scaling (TRV_SCALING_).
   static constexpr int32_t selection[] = {0, 2, 3, 5, 4, 1};
   static constexpr int32_t scaling[] = {0, 1, 3, 4};
   simplexpar par{};
-  par.optimizer = 1;
+  par.optimizer = optimizer == TRV_OPTIMIZER_PRIMAL_SIMPLEX ? 1 : optimizer == TRV_OPTIMIZER_DUAL_SIMPLEX ? 2 : 0;
   par.clean = start_mode(task);
   par.degen = ipar[TRV_IPAR_SIM_DEGEN];
   par.scaling = scaling[ipar[TRV_IPAR_SIM_SCALING]];
   par.savelu = ipar[TRV_IPAR_SIM_SAVE_LU];
-  par.solveform = 1;
+  par.solveform = ipar[TRV_IPAR_SIM_SOLVE_FORM];
+  par.switchopt = ipar[TRV_IPAR_SIM_SWITCH_OPTIMIZER];
+  // Left free, the presolve serves whoever lets the simplex build its own start.
+  constexpr int32_t crash_of_own = 50;
+  const int32_t presolve = ipar[TRV_IPAR_PRESOLVE_USE];
+  par.presolve = presolve == TRV_PRESOLVE_MODE_FREE ? ipar[TRV_IPAR_SIM_PRIMAL_CRASH] > crash_of_own : presolve;
+  par.reduce = presolve_parameters(task);
   par.primalrestrict = ipar[TRV_IPAR_SIM_PRIMAL_RESTRICT_SELECTION];
   par.hotstartstatus = ipar[TRV_IPAR_SIM_HOTSTART] == TRV_SIM_HOTSTART_STATUS_KEYS ? 1 : 0;
   par.primalcrash = ipar[TRV_IPAR_SIM_PRIMAL_CRASH];
@@ -74,18 +107,6 @@ simplexpar parameters(const Task* task, bool maximise) {
   return par;
 }
 
-// What was asked for and can't be had yet is said.
-void print_unavailable(Task* task, int32_t optimizer) {
-  if (!log_enabled(task, task->ipar[TRV_IPAR_LOG_SIM])) return;
-  if (optimizer == TRV_OPTIMIZER_DUAL_SIMPLEX)
-    task_print(task, TRV_STREAM_MSG,
-               "The dual simplex optimizer is not available. The primal simplex optimizer is used.\n");
-  if (task->ipar[TRV_IPAR_SIM_SOLVE_FORM] == TRV_SOLVE_DUAL)
-    task_print(task, TRV_STREAM_MSG, "The dual form is not available. The primal form is solved.\n");
-  if (task->ipar[TRV_IPAR_PRESOLVE_USE] == TRV_PRESOLVE_MODE_ON)
-    task_print(task, TRV_STREAM_MSG, "The presolve is not available.\n");
-}
-
 void negate(double* list, int32_t n) {
   for (int32_t k = 0; k < n; ++k) list[k] = -list[k];
 }
@@ -103,15 +124,15 @@ int32_t mapped_solsta(int32_t solsta) {
 }
 
 // Runs the optimisers on a locked matrix. The objective of a maximisation is negated into `costs`[numvar + numcon].
-int32_t run_simplex(Task* task, const ColumnView& a, bool maximise, double* costs, simplexbasis* basis, double cpu0,
-                    double real0) {
+int32_t run_simplex(Task* task, int32_t optimizer, const ColumnView& a, bool maximise, double* costs,
+                    simplexbasis* basis, double cpu0, double real0) {
   const int32_t numcon = task->numcon, numvar = task->numvar;
   const SolutionView view = sol_view(task, TRV_SOL_BAS);
   EventHandle handle{task, cpu0, real0};
-  const SimplexEvents events{&handle, on_event, events_wanted(task)};
+  const SimplexEvents events{&handle, on_event, events_wanted(task), on_text, on_name};
   simplexinfo info{};
   info.timestart = sysenv_cputime();
-  const simplexpar par = parameters(task, maximise);
+  const simplexpar par = parameters(task, optimizer, maximise);
   // The start is read: from here on no stored solution counts until this run has written its own.
   for (const int32_t whichsol : {TRV_SOL_ITR, TRV_SOL_BAS, TRV_SOL_ITG}) task->sol[whichsol].defined = 0;
 
@@ -166,8 +187,7 @@ int32_t simplexoptimizer(Task* task, int32_t optimizer, double cpu0, double real
   const simplexinfo nothing{};
   simplex_items(task, &nothing);
   for (const int32_t item : {TRV_DINF_SIM_CPUTIME, TRV_DINF_SIM_OBJ, TRV_DINF_SIM_FEAS}) task->dinf[item] = 0.0;
-  task->iinf[TRV_IINF_OPTIMIZER] = TRV_OPTIMIZER_PRIMAL_SIMPLEX;
-  print_unavailable(task, optimizer);
+  task->iinf[TRV_IINF_OPTIMIZER] = optimizer;
 
   Array<double> costs;
   simplexbasis basis;
@@ -178,7 +198,7 @@ int32_t simplexoptimizer(Task* task, int32_t optimizer, double cpu0, double real
     response = TRV_RES_ERR_SPACE;
   if (response == TRV_RES_OK) response = data_lock(task, &a);
   if (response == TRV_RES_OK) {
-    response = run_simplex(task, a, maximise, costs.data(), &basis, cpu0, real0);
+    response = run_simplex(task, optimizer, a, maximise, costs.data(), &basis, cpu0, real0);
     data_unlock(task);
   }
   simplex_deletebasis(&basis);
