@@ -23,7 +23,6 @@ int32_t simplex_optimize(sysenv* env, const simplexpar& par, simplexinfo* info, 
   }
   const int32_t resp = events.func(events.handle, event_end, info);
   if (info->resp == SIM_RESP_OK) info->resp = resp;
-  info->presolve = nullptr;
   return info->resp;
 }
 

@@ -30,9 +30,14 @@ prslvinput plain(const SimplexInput& in) {
 prslvsol view(const SimplexSolution& s) { return {0, 0, 0, s.skc, s.xc, s.y, s.slc, s.suc, s.skx, s.xx, s.slx, s.sux}; }
 
 // Copies live rows and columns. Costs of removed columns are in the fixed term.
-bool simplex_compressproblem(const prslvprob& p, const prslvcounts& left, Workspace* work, Reduced* r) {
-  const auto con = static_cast<std::size_t>(left.activecon), var = static_cast<std::size_t>(left.activevar);
-  const auto nz = static_cast<std::size_t>(left.nz);
+bool simplex_compressproblem(const prslvprob& p, Workspace* work, Reduced* r) {
+  std::size_t con = 0, var = 0, nz = 0;
+  for (int32_t i = 0; i < p.numcon; ++i) con += p.bkc[i] != PRSLV_BK_FR ? 1U : 0U;
+  for (int32_t j = 0; j < p.numvar; ++j) {
+    if (p.bkx[j] == PRSLV_BK_FX) continue;
+    ++var;
+    nz += static_cast<std::size_t>(p.acol->ptre[j] - p.acol->ptrb[j]);
+  }
   work->add(&r->rowof, static_cast<std::size_t>(p.numcon));
   for (int32_t** list : {&r->row, &r->bkc, &r->solution.skc}) work->add(list, con, Fill::zero);
   for (int32_t** list : {&r->column, &r->bkx, &r->solution.skx}) work->add(list, var, Fill::zero);
@@ -133,19 +138,18 @@ struct HookHandle {
 };
 int32_t on_presolve(void* handle, int32_t event, const prslvstat* stat) {
   const auto* h = static_cast<const HookHandle*>(handle);
-  h->info->presolve = stat;
+  h->info->presolve = *stat;
   return h->events->func(h->events->handle, event, h->info);
 }
 
 // Solves what is left and spreads the solution. False when there is nothing to go back with.
-bool solve_reduced(const SimplexCall& call, const prslvprob& p, const prslvstat& stat) {
+bool solve_reduced(const SimplexCall& call, const prslvprob& p) {
   Workspace work(call.env);
   Reduced r{};
   simplexbasis basis;
   simplexinfo* info = call.info;
   info->resp = SIM_RESP_SPACE;
-  if (!simplex_compressproblem(p, stat.after, &work, &r) ||
-      simplex_makebasis(call.env, r.input.numcon, &basis) != SIM_RESP_OK) {
+  if (!simplex_compressproblem(p, &work, &r) || simplex_makebasis(call.env, r.input.numcon, &basis) != SIM_RESP_OK) {
     simplex_deletebasis(&basis);
     return false;
   }
@@ -197,7 +201,7 @@ Outcome attempt(const SimplexCall& call, const prslvpar& par, prslvprob* p, prsl
       for (int32_t i = 0; i < p->numcon; ++i) call.solution->skc[i] = SIM_SK_BAS;
     return simplex_postsolve(call, par, *p, stat, itr.solsta == solsta_optimal);
   }
-  if (!solve_reduced(call, *p, *stat)) return Outcome::done;
+  if (!solve_reduced(call, *p)) return Outcome::done;
   if (info->resp == SIM_RESP_OK && info->solsta == 0) return Outcome::unproven;
   return simplex_postsolve(call, par, *p, stat, true);
 }
@@ -215,7 +219,7 @@ int32_t simplex_solvereduced(const SimplexCall& call) {
     prslvstat stat;
     const Outcome outcome = attempt(call, par, p, &stat);
     prslv_delete(&p);
-    info->presolve = nullptr;
+    info->presolve = stat;
     if (outcome == Outcome::done) return info->resp;
   }
   info->prosta = info->solsta = 0;

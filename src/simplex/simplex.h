@@ -87,10 +87,10 @@ struct simplexinfo {
   double pobj, sumpbi, dobj, sumdbi;
   int32_t perturbed, allowperturb;
   int32_t seed;
-  int32_t solvedual;          // the dual form is being solved
-  const prslvstat* presolve;  // what the presolve has done, NULL when it did not run
-  int32_t numcon, numvar;     // sizes of the problem solved
-  double timestart;           // thread CPU seconds at the start of the optimiser
+  int32_t solvedual;       // the dual form is being solved
+  prslvstat presolve;      // what the presolve has done, all zero when it did not run
+  int32_t numcon, numvar;  // sizes of the problem solved
+  double timestart;        // thread CPU seconds at the start of the optimiser
   double cputime[SIM_NUM_OPTIMIZERS];
 };
 

@@ -310,7 +310,7 @@ void presolve_items(Task* task, const prslvstat& stat) {
 }  // namespace
 
 void simplex_items(Task* task, const simplexinfo* info) {
-  if (info->presolve != nullptr) presolve_items(task, *info->presolve);
+  presolve_items(task, info->presolve);
   int32_t* iinf = task->iinf;
   double* dinf = task->dinf;
   iinf[TRV_IINF_SIM_SOLVE_DUAL] = info->solvedual;

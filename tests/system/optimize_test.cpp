@@ -307,7 +307,6 @@ TEST_F(Optimize, WhatCannotBeSolvedSaysWhy) {
   TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_DUAL_SIMPLEX);
   ASSERT_EQ(TRV_optimize(task), 0);
   expect_optimum(-2.0);
-  EXPECT_NE(text.find("The dual simplex optimizer is not available."), std::string::npos);
   for (const int32_t optimizer :
        {TRV_OPTIMIZER_INTPNT, TRV_OPTIMIZER_CONIC, TRV_OPTIMIZER_QCONE, TRV_OPTIMIZER_CONCURRENT}) {
     TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer);
