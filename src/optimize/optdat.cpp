@@ -10,9 +10,22 @@
 namespace tarvo {
 
 OptProblem opt_problem(const prslvprob& problem) {
-  return {problem.env,        problem.numcon,     problem.numvar,     problem.cfix,       problem.cx.data(),
-          problem.cc.data(),  problem.acol,       problem.bkc.data(), problem.blc.data(), problem.buc.data(),
-          problem.bkx.data(), problem.blx.data(), problem.bux.data(), problem.quad,       nullptr};
+  return {problem.env,
+          problem.numcon,
+          problem.numvar,
+          problem.cfix,
+          problem.cx.data(),
+          problem.cc.data(),
+          problem.acol,
+          problem.bkc.data(),
+          problem.blc.data(),
+          problem.buc.data(),
+          problem.bkx.data(),
+          problem.blx.data(),
+          problem.bux.data(),
+          problem.quad,
+          nullptr,
+          true};
 }
 
 void opt_activities(const OptProblem& problem, const double* xx, double* xc) {
@@ -59,6 +72,24 @@ void opt_enter(odat* record, OptClasses* at, int32_t k, bool isfree, double widt
 }
 
 namespace {
+
+// A copy of the columns of a reduced problem without the elements that its rows and columns have left behind.
+spmat* live_columns(const OptProblem& p) {
+  spmat* live = spmat_clone(p.acol, 0);
+  if (live == nullptr) return nullptr;
+  for (int32_t j = 0; j < p.numvar; ++j) {
+    const int32_t end = live->ptre[j];
+    int32_t at = live->ptre[j] = live->ptrb[j];
+    if (p.bkx[j] == PRSLV_BK_FX) continue;
+    for (int32_t t = live->ptrb[j]; t < end; ++t) {
+      if (p.bkc[live->sub[t]] == PRSLV_BK_FR) continue;
+      live->sub[at] = live->sub[t];
+      live->val[at++] = live->val[t];
+    }
+    live->ptre[j] = at;
+  }
+  return live;
+}
 
 bool has_quad(const OptProblem& p) {
   if (p.quad.objbegin < p.quad.objend) return true;
@@ -214,14 +245,16 @@ int32_t build(const OptOptions& options, const OptProblem& p, bool linear, odat*
 
 }  // namespace
 
-int32_t opt_prepare(const OptOptions& options, const OptProblem& problem, odat** out) {
+int32_t opt_prepare(const OptOptions& options, const OptProblem& given, odat** out) {
+  OptProblem problem = given;
   *out = nullptr;
   void* place = sysenv_calloc(problem.env, 1, sizeof(odat));
   if (place == nullptr) return OPT_RESP_SPACE;
   auto* record = new (place) odat{};
   record->env = problem.env;
+  if (problem.reduced) problem.acol = record->live = live_columns(problem);
   const bool linear = problem.nonlinear == nullptr && !has_quad(problem);
-  const int32_t resp = build(options, problem, linear, record);
+  const int32_t resp = problem.acol == nullptr ? int32_t{OPT_RESP_SPACE} : build(options, problem, linear, record);
   if (resp != OPT_RESP_OK)
     opt_deleteodat(&record);
   else
@@ -232,6 +265,7 @@ int32_t opt_prepare(const OptOptions& options, const OptProblem& problem, odat**
 void opt_deleteodat(odat** record) {
   if (*record == nullptr) return;
   sysenv* env = (*record)->env;
+  spmat_delete(&(*record)->live);
   spmat_delete(&(*record)->a);
   spmat_delete(&(*record)->at);
   spmat_delete(&(*record)->q);
@@ -407,8 +441,10 @@ void multipliers_by_keys(const OptWalk& walk) {
 
 }  // namespace
 
-int32_t opt_reverse(const OptProblem& problem, odat* record, prslvsol* itr, prslvsol* bas, int32_t nart,
+int32_t opt_reverse(const OptProblem& given, odat* record, prslvsol* itr, prslvsol* bas, int32_t nart,
                     const int32_t* artlist) {
+  OptProblem problem = given;
+  if (record->live != nullptr) problem.acol = record->live;
   Array<int32_t> key;
   if (!key.alloc(problem.env, static_cast<std::size_t>(record->rnumvar))) return OPT_RESP_SPACE;
   unscale(record);

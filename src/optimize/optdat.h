@@ -54,6 +54,8 @@ struct OptProblem {
   const double* bux;
   prslvquad quad;                 // lower triangles that stand for symmetric matrices
   const OptNonlinear* nonlinear;  // or NULL
+  // The elements in free rows and in fixed columns are dead, as in a problem that the presolve has reduced.
+  bool reduced;
 };
 // The record of a (reduced) problem of the presolve.
 OptProblem opt_problem(const prslvprob& problem);
@@ -78,8 +80,9 @@ struct OptSolution {
 
 struct odat {
   sysenv* env = nullptr;
-  bool isdual = false;   // the canonical problem is the dual of the given one
-  bool settled = false;  // the preparation found the answer: there is nothing to optimise, opt_reverse gives it
+  spmat* live = nullptr;  // the columns without dead elements, of a reduced problem
+  bool isdual = false;    // the canonical problem is the dual of the given one
+  bool settled = false;   // the preparation found the answer: there is nothing to optimise, opt_reverse gives it
   bool scaled = false;
   int32_t form =
       1;  // 1 linear, 2 quadratic objective, 3 several quadratic terms, 4 nonlinear objective, 5 nonlinear rows

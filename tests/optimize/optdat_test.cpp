@@ -48,7 +48,7 @@ class Canonical : public testing::Test {
                  p->sub.data(), p->val.data());
     problem = {env,           p->numcon,     p->numvar,     p->cfix,       p->cx.data(),  p->cc.data(),  matrix,
                p->bkc.data(), p->blc.data(), p->buc.data(), p->bkx.data(), p->blx.data(), p->bux.data(), {},
-               nullptr};
+               nullptr,       false};
   }
 
   // Solves the canonical problem by the primal simplex and fills both of its solutions.
@@ -167,6 +167,50 @@ TEST_P(Forms, AnswersHoldOnTheProblem) {
   EXPECT_EQ(settled > 10, GetParam() != OPT_SOLVE_PRIMAL);
 }
 INSTANTIATE_TEST_SUITE_P(Solve, Forms, testing::Values(OPT_SOLVE_FREE, OPT_SOLVE_PRIMAL, OPT_SOLVE_DUAL));
+
+// A problem as the presolve leaves it: fixed columns are already in the bounds of the rows, free rows are gone, and
+// their elements, still there, count for nothing.
+TEST_F(Canonical, DeadElementsOfAReducedProblem) {
+  for (uint64_t seed = 1; seed <= 300; ++seed) {
+    SCOPED_TRACE(seed);
+    tarvo_test::Choices pick(seed);
+    const tarvo_test::IntLp drawn = tarvo_test::random_problem(&pick);
+    const auto exact = tarvo_test::exact_answer(drawn);
+    if (!exact.has_value() || exact->answer != tarvo_test::Answer::optimal) continue;
+    const PlainLp p = tarvo_test::plain(drawn);
+    drop();
+    prslvprob* reduced = prslv_make(
+        env, {p.numcon, p.numvar, p.ptr.data(), p.ptr.data() + 1, p.sub.data(), p.val.data(), p.cfix, nullptr,
+              p.cx.data(), p.bkc.data(), p.blc.data(), p.buc.data(), p.bkx.data(), p.blx.data(), p.bux.data()});
+    ASSERT_NE(reduced, nullptr);
+    for (int32_t j = 0; j < p.numvar; ++j)
+      for (int32_t t = p.ptr[j]; t < p.ptr[j + 1] && reduced->bkx[j] == PRSLV_BK_FX; ++t) {
+        const auto at = static_cast<std::size_t>(t);
+        for (Array<double>* bound : {&reduced->blc, &reduced->buc}) (*bound)[p.sub[at]] -= p.val[at] * reduced->blx[j];
+      }
+    problem = opt_problem(*reduced);
+    OptOptions options;
+    options.solveform = static_cast<int32_t>(seed % 3);
+    ASSERT_EQ(opt_prepare(options, problem, &record), OPT_RESP_OK);
+    solve();
+    PlainSolution s(p.numcon, p.numvar);
+    prslvsol to = slot(&s);
+    ASSERT_EQ(opt_reverse(problem, record, &to, nullptr, 0, nullptr), OPT_RESP_OK);
+    double objective = p.cfix;
+    for (std::size_t j = 0; j < s.xx.size(); ++j) {
+      objective += p.cx[j] * s.xx[j];
+      if (p.bkx[j] == PRSLV_BK_FX) {
+        EXPECT_EQ(s.slx[j] - s.sux[j], p.cx[j]);
+      }
+    }
+    EXPECT_NEAR(objective, (drawn.maximise ? -1.0 : 1.0) * exact->objective, 1e-6 * (1 + std::fabs(objective)));
+    for (std::size_t i = 0; i < s.xc.size(); ++i)
+      if (p.bkc[i] == PRSLV_BK_FR) {
+        EXPECT_EQ(s.xc[i], 0.0);
+      }
+    prslv_delete(&reduced);
+  }
+}
 
 // Objective and gradient of a quadratic problem are those of the given one, at any point: shifts, flips and fixed
 // columns enter the terms.
