@@ -17,13 +17,6 @@ struct prslvpivot {
   const double* colval;
 };
 
-// The sum of two costs, zero when only rounding is left of it: a cost of 1e-17 on a free column would make a problem
-// unbounded.
-inline double prslv_addcost(double a, double b) {
-  const double sum = a + b, size = std::fabs(a) + std::fabs(b);
-  return std::fabs(sum) <= 1e-14 * size ? 0.0 : sum;
-}
-
 // Pushes the record of an elimination and moves costs and row bounds; the caller changes the matrix, frees row i and
 // gives slot j the row's old key and bounds.
 int32_t prslv_pushelimination(prslvrun* run, const prslvpivot& pivot);
@@ -69,9 +62,6 @@ inline void elim_col(prslvelim* e, int32_t j, F f) {
     t = next;
   }
 }
-
-// A line of the log.
-[[gnu::format(printf, 2, 3)]] void prslv_log(const prslvrun* run, const char* format, ...);
 
 // Removes an element and keeps the counts.
 void elim_drop(prslvelim* e, int32_t slot);

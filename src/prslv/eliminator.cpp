@@ -7,8 +7,6 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
 #include "prslv/elim.h"
 
@@ -469,16 +467,6 @@ int32_t mainloop(prslvelim* e) {
 }
 
 }  // namespace
-
-void prslv_log(const prslvrun* run, const char* format, ...) {
-  if (run->hook->print == nullptr) return;
-  char text[256];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(text, sizeof text, format, args);
-  va_end(args);
-  run->hook->print(run->hook->handle, text);
-}
 
 void elim_drop(prslvelim* e, int32_t slot) {
   --e->run->connz[e->m.elem[slot].row];

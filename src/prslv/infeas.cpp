@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 
 #include "prslv/prslv_internal.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr int32_t prosta_primal_infeasible = 4, prosta_dual_infeasible = 5;
 constexpr int32_t solsta_farkas = 5, solsta_ray = 6;
+constexpr double rounding = 1e-13;  // of a sum, relative to its terms
 
 void clear(const prslvprob* p, prslvsol* s) {
   for (double* list : {s->xc, s->y, s->slc, s->suc}) std::fill_n(list, p->numcon, 0.0);
@@ -28,26 +30,33 @@ void settle(prslvrun* run, int32_t prosta, int32_t solsta) {
   run->itr->solsta = solsta;
 }
 
-void say(const prslvrun* run, const char* format, const char* name, int32_t index) {
-  if (run->hook->print == nullptr || run->par->loglev <= 0) return;
+}  // namespace
+
+void prslv_log(const prslvrun* run, const char* format, ...) {
+  if (run->hook->print == nullptr) return;
   char text[256];
-  std::snprintf(text, sizeof text, format, name, index);
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
   run->hook->print(run->hook->handle, text);
 }
-
-}  // namespace
 
 void prslv_primalinfeas(prslvrun* run, int32_t n, const int32_t* rows, const double* y) {
   const prslvprob* p = run->p;
   prslvsol* s = run->itr;
   clear(p, s);
   // d = -A'y is left to the columns' bounds.
-  double value = 0.0;
+  double value = 0.0, size = 0.0;
+  const auto add = [&](double term) {
+    value += term;
+    size += std::fabs(term);
+  };
   for (int32_t k = 0; k < n; ++k) {
     const int32_t i = rows[k];
     s->y[i] = y[k];
     if (y[k] > 0.0 ? !prslv_lower(p->bkc[i]) : !prslv_upper(p->bkc[i])) return;
-    value += y[k] * (y[k] > 0.0 ? p->blc[i] : p->buc[i]);
+    add(y[k] * (y[k] > 0.0 ? p->blc[i] : p->buc[i]));
     (y[k] > 0.0 ? s->slc : s->suc)[i] = std::fabs(y[k]);
     s->skc[i] = p->bkc[i] == PRSLV_BK_FX ? PRSLV_SK_FIX : y[k] > 0.0 ? PRSLV_SK_LOW : PRSLV_SK_UPR;
     for (int32_t t = run->acolt->ptrb[i]; t < run->acolt->ptre[i]; ++t) {
@@ -65,19 +74,37 @@ void prslv_primalinfeas(prslvrun* run, int32_t n, const int32_t* rows, const dou
         continue;
       }
       if (d > 0.0 ? !prslv_lower(p->bkx[j]) : !prslv_upper(p->bkx[j])) return;
-      value += d * (d > 0.0 ? p->blx[j] : p->bux[j]);
+      add(d * (d > 0.0 ? p->blx[j] : p->bux[j]));
       s->slx[j] = std::max(d, 0.0);
       s->sux[j] = std::max(-d, 0.0);
       s->skx[j] = d > 0.0 ? PRSLV_SK_LOW : PRSLV_SK_UPR;
     }
   }
-  if (value > 0.0) settle(run, prosta_primal_infeasible, solsta_farkas);
+  if (value > rounding * size) settle(run, prosta_primal_infeasible, solsta_farkas);
+}
+
+// A range whose ends cross is its own proof, without any multiplier on a row.
+void prslv_crossedbounds(prslvrun* run, bool row, int32_t k) {
+  const prslvprob* p = run->p;
+  prslvsol* s = run->itr;
+  clear(p, s);
+  const auto key = [](int32_t bk) {
+    return bk == PRSLV_BK_FX   ? PRSLV_SK_FIX
+           : prslv_lower(bk)   ? PRSLV_SK_LOW
+           : bk == PRSLV_BK_UP ? PRSLV_SK_UPR
+                               : PRSLV_SK_SUPBAS;
+  };
+  for (int32_t i = 0; i < p->numcon; ++i) s->skc[i] = key(p->bkc[i]);
+  for (int32_t j = 0; j < p->numvar; ++j) s->skx[j] = key(p->bkx[j]);
+  (row ? s->skc : s->skx)[k] = PRSLV_SK_INF;
+  (row ? s->slc : s->slx)[k] = (row ? s->suc : s->sux)[k] = 1.0;
+  settle(run, prosta_primal_infeasible, solsta_farkas);
 }
 
 void prslv_coninfeasax(prslvrun* run, int32_t i, bool at_lower) {
   char name[128] = "";
   if (run->hook->name != nullptr) run->hook->name(run->hook->handle, true, i, name, sizeof name);
-  say(run, "Infeasible in constraint '%s' (%d)\n", name, i);
+  if (run->par->loglev > 0) prslv_log(run, "Infeasible in constraint '%s' (%d)\n", name, i);
   const double y = at_lower ? 1.0 : -1.0;
   prslv_primalinfeas(run, 1, &i, &y);
 }
@@ -114,7 +141,7 @@ void prslv_dualinfeas(prslvrun* run, int32_t n, const int32_t* columns, const do
 
 void prslv_dualinfeasvar(prslvrun* run, int32_t j, double direction) {
   prslv_dualinfeas(run, 1, &j, &direction);
-  if (prslv_stopped(run)) say(run, "Variable %s%d makes the problem dual infeasible\n", "", j);
+  if (prslv_stopped(run) && run->par->loglev > 0) prslv_log(run, "Variable %d makes the problem dual infeasible\n", j);
 }
 
 }  // namespace tarvo

@@ -163,7 +163,7 @@ int32_t prslv_conrelax(prslvrun* run, int32_t i, bool drop_lower, bool drop_uppe
   for_row(run, i, [&](int32_t j, double a) {
     ints[k] = j;
     doubles[k++] = a;
-    p->cx[j] += p->cc[i] * a;
+    p->cx[j] = prslv_addcost(p->cx[j], p->cc[i] * a);
   });
   sysenv_assert(run->env, k == n + 3);
   prslv_endpushstk(run, &ints, &doubles);

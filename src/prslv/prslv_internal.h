@@ -2,6 +2,8 @@
 // undoes them. A reduction, its undo and its test stand side by side: prslv_X pushes records, prslv_undoX reads them.
 #pragma once
 
+#include <cmath>
+
 #include "prslv/prslv.h"
 
 namespace tarvo {
@@ -85,6 +87,7 @@ struct prslvrun {
   int64_t changes;  // counts every successful reduction; a check that finds it unchanged since its last run has nothing
                     // to do
   int32_t numfixed, numfreed;  // columns fixed and rows freed so far
+  int64_t compacted;           // prslv_active when the matrices were compacted last
 };
 
 // True when a reduction has settled the problem: all loops stop.
@@ -93,6 +96,15 @@ inline bool prslv_stopped(const prslvrun* run) { return run->stat->status != 0; 
 inline bool prslv_livecon(const prslvrun* run, int32_t i) { return run->p->bkc[i] != PRSLV_BK_FR; }
 inline bool prslv_livevar(const prslvrun* run, int32_t j) { return run->p->bkx[j] != PRSLV_BK_FX; }
 
+// The sum of two costs, zero when only rounding is left of it: a cost of 1e-17 on a free column would make a problem
+// unbounded.
+inline double prslv_addcost(double a, double b) {
+  const double sum = a + b, size = std::fabs(a) + std::fabs(b);
+  return std::fabs(sum) <= 1e-14 * size ? 0.0 : sum;
+}
+
+// A line of the log.
+[[gnu::format(printf, 2, 3)]] void prslv_log(const prslvrun* run, const char* format, ...);
 // Ends the process: a broken invariant.
 [[noreturn]] [[gnu::format(printf, 2, 3)]] void prslv_fatal(sysenv* env, const char* format, ...);
 
@@ -139,6 +151,7 @@ void prslv_impliedbounds(const prslvrun* run, int32_t i, int32_t j, double a, do
 void prslv_primalinfeas(prslvrun* run, int32_t n, const int32_t* rows, const double* y);
 void prslv_dualinfeas(prslvrun* run, int32_t n, const int32_t* columns, const double* x);
 void prslv_coninfeasax(prslvrun* run, int32_t i, bool at_lower);
+void prslv_crossedbounds(prslvrun* run, bool row, int32_t k);
 void prslv_dualinfeasvar(prslvrun* run, int32_t j, double direction);
 
 // ---- Reductions --------------------------------------------------------------------------------------------------

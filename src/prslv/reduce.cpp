@@ -95,8 +95,12 @@ int32_t first_look(prslvrun* run) {
   const double tol = run->par->tol_x;
   int32_t result = PRSLV_OK;
   for (int32_t i = 0; i < p->numcon && result == PRSLV_OK; ++i) {
-    if (p->bkc[i] == PRSLV_BK_RA && p->buc[i] - p->blc[i] <= tol && p->buc[i] + tol >= p->blc[i])
-      result = prslv_contighten(run, i);
+    if (p->bkc[i] != PRSLV_BK_RA || p->buc[i] - p->blc[i] > tol) continue;
+    if (p->buc[i] + tol < p->blc[i]) {
+      prslv_crossedbounds(run, true, i);
+      return PRSLV_OK;
+    }
+    result = prslv_contighten(run, i);
   }
   for (int32_t j = 0; j < p->numvar && result == PRSLV_OK; ++j) {
     if (p->bkx[j] == PRSLV_BK_FX && run->p->acol->ptrb[j] < run->p->acol->ptre[j]) {
@@ -109,9 +113,12 @@ int32_t first_look(prslvrun* run) {
         run->uax[i] += p->acol->val[t] * p->blx[j];
       }
       result = prslv_varfix(run, j, p->blx[j]);
-    } else if (p->bkx[j] == PRSLV_BK_RA && run->varcla[j] != 0 && p->bux[j] - p->blx[j] <= tol &&
-               p->bux[j] + tol >= p->blx[j]) {
-      result = prslv_varfix(run, j, p->blx[j]);
+    } else if (p->bkx[j] == PRSLV_BK_RA && p->bux[j] - p->blx[j] <= tol) {
+      if (p->bux[j] + tol < p->blx[j]) {
+        prslv_crossedbounds(run, false, j);
+        return PRSLV_OK;
+      }
+      if (run->varcla[j] != 0) result = prslv_varfix(run, j, p->blx[j]);
     }
   }
   return result;
@@ -144,10 +151,36 @@ int32_t prslv_init(prslvrun* run) {
 // What is left of the problem, to judge progress.
 int64_t active(const prslvrun* run) { return int64_t{run->p->numcon} + run->p->numvar - run->numfixed - run->numfreed; }
 
+// Takes the dead elements out of both copies of the matrix when much has gone since the last time, so that walks along
+// rows and columns stay as long as what lives there. Rows that no reduction may touch keep all of theirs.
+void compact(prslvrun* run) {
+  if (10 * active(run) > 7 * run->compacted) return;
+  run->compacted = active(run);
+  const prslvprob* p = run->p;
+  const auto keep = [](spmat* m, int32_t k, auto live) {
+    int32_t put = m->ptrb[k];
+    for (int32_t t = put; t < m->ptre[k]; ++t) {
+      if (!live(m->sub[t])) continue;
+      m->sub[put] = m->sub[t];
+      m->val[put++] = m->val[t];
+    }
+    m->ptre[k] = put;
+  };
+  for (int32_t j = 0; j < p->numvar; ++j) {
+    keep(p->acol, j,
+         [&](int32_t i) { return run->concla[i] == 0 || (prslv_livecon(run, i) && prslv_livevar(run, j)); });
+  }
+  for (int32_t i = 0; i < p->numcon; ++i) {
+    if (run->concla[i] == 0) continue;
+    keep(run->acolt, i, [&](int32_t j) { return prslv_livecon(run, i) && prslv_livevar(run, j); });
+  }
+}
+
 // Row and column checks, then duplicates when these find nothing any more.
 int32_t inner_loop(prslvrun* run, int32_t relax_mode, int32_t* doubletons) {
   int64_t seen_by_var = -1, seen_by_dup = -1;
   for (int32_t k = 0; k < max_rounds && !prslv_stopped(run); ++k) {
+    compact(run);
     const int64_t before = active(run);
     int32_t result = PRSLV_OK;
     if (run->rows.count > 0) {
@@ -272,6 +305,8 @@ void prslv_final(prslvrun* run) {
   count(run, &stat->after);
   stat->stacksize = stat->compressedstacksize = run->p->stack.store->used;
   if (prslv_stopped(run) || run->par->use == 0 || stat->after.activecon > 0 || stat->after.activevar > 0) return;
+  // Reduced costs of terms that aren't linear are for an optimizer.
+  if (stat->problemclass != 1 || run->p->numkeep > 0) return;
   stat->status = prosta_solved;
   solution_of_nothing(run, run->itr, PRSLV_SK_SUPBAS);
   if (run->bas != nullptr) solution_of_nothing(run, run->bas, PRSLV_SK_BAS);
@@ -299,6 +334,12 @@ void print_summary(const prslvrun* run) {
   for (const auto& kind : kinds)
     line(kind.name, s.before.con[kind.key], s.after.con[kind.key], s.before.var[kind.key], s.after.var[kind.key]);
   line("Active", s.before.activecon, s.after.activecon, s.before.activevar, s.after.activevar);
+  const char* status = s.status == 0   ? "undecided"
+                       : s.status == 1 ? "solved"
+                       : s.status == 4 ? "primal infeasible"
+                                       : "dual infeasible";
+  std::snprintf(text, sizeof text, "%-14s: %-s\n", "Reduce status", status);
+  print();
   run->hook->print(run->hook->handle, "Reductions\n");
   const struct {
     const char* name;
@@ -374,6 +415,7 @@ int32_t prslv_reduce(const prslvpar& par, prslvprob* problem, prslvsol* itr, prs
   run.itr = itr;
   run.bas = bas;
   run.memory = &memory;
+  run.compacted = int64_t{problem->numcon} + problem->numvar;
   itr->defined = 0;
   if (bas != nullptr) bas->defined = 0;
   const double start = sysenv_cputime();

@@ -48,5 +48,30 @@ TEST(RoundTrip, RandomProblemsComeBack) {
   std::printf("rows and columns: %ld of %ld left\n", static_cast<long>(after), static_cast<long>(before));
 }
 
+// Ranges whose ends cross: by more than the tolerance a proof, by less a fixed value.
+TEST(RoundTrip, CrossedRanges) {
+  for (const bool row : {true, false}) {
+    PlainLp p;
+    p.numcon = p.numvar = 1;
+    p.ptr = {0, 1};
+    p.sub = {0};
+    p.val = {2.0};
+    p.cc = {0.0};
+    p.cx = {1.0};
+    p.bkc = {4};
+    p.bkx = {4};
+    p.blc = {row ? 4.0 : -9.0};
+    p.buc = {row ? 3.0 : 9.0};
+    p.blx = {row ? -9.0 : 2.0};
+    p.bux = {row ? 9.0 : 1.0};
+    const RoundTrip trip = roundtrip(p, {Answer::infeasible, false, 0.0});
+    EXPECT_EQ(trip.wrong, "");
+    EXPECT_EQ(trip.stat.status, 4);
+    EXPECT_EQ((row ? trip.interior.skc : trip.interior.skx)[0], tarvo::PRSLV_SK_INF);
+    (row ? p.buc : p.bux)[0] = (row ? p.blc : p.blx)[0] - 1e-9;
+    EXPECT_EQ(roundtrip(p, {Answer::optimal, false, 0.0}).wrong, "");
+  }
+}
+
 }  // namespace
 }  // namespace tarvo_test
