@@ -1,1 +1,0 @@
-#include "cpub/array.h"
