@@ -14,12 +14,11 @@
 //   - nor if an earlier conclusion of the same call rests on it ("pinned"); bounds that rest on an earlier conclusion
 //     stay true, for its requirement follows from its own chain,
 //   - the same for a row that is fixed at a bound because of the sign of cc_i + y_i.
-// If d_j > 0 beyond doubt, no optimum has x_j anywhere else, and x_j may be fixed whatever the chain; no further
-// conclusion is drawn in that call then. Chains are kept as the column last used, exactly, and hashed sets of what is
-// behind it: sharing a bit may only forbid a conclusion.
+// Even d_j > 0 with x_j in its own chain says that no optimum has x_j elsewhere; but there may be no optimum, and then
+// the reduced problem can have one that the full one lacks. Chains are kept as the column last used, exactly, and
+// hashed sets of what is behind it: sharing a bit may only forbid a conclusion.
 #include <algorithm>
 #include <cfloat>
-#include <cstdlib>
 
 #include "prslv/checks.h"
 
@@ -30,7 +29,6 @@ namespace {
 constexpr double nobound = DBL_MAX;
 constexpr double bigmultiplier = 1e10;  // bounds on y beyond this are noise
 constexpr int32_t maxvisits = 4;        // how often a column may pass on bounds: such chains can converge forever
-constexpr double strictness = 1e-7;     // d_j beyond this is beyond doubt
 constexpr double weakness = 1e-11;      // rounding of d_j, relative to its terms
 
 uint64_t bit(int32_t k) {
@@ -261,33 +259,6 @@ int32_t checkcolumn(Dominated* dom, int32_t j, bool chains) {
   return PRSLV_OK;
 }
 
-// Columns that have no other place in any optimum, by bounds whose chains hold the columns themselves. All at once,
-// and last: the bounds that rest on their requirements don't hold any more.
-int32_t fixstrictly(Dominated* dom, int32_t* found) {
-  prslvrun* run = dom->run;
-  const prslvprob* p = run->p;
-  int32_t n = 0;
-  for (int32_t j = 0; j < p->numvar; ++j) {
-    if (run->varcla[j] == 0 || !prslv_livevar(run, j) || run->varnz[j] == 0) continue;
-    for (int32_t nonneg = 1; nonneg >= 0; --nonneg) {
-      const DualActivity act = dualactivity(dom, j, nonneg == 0);
-      if (act.ninf > 0 || !hasusable(p, j, nonneg != 0)) continue;
-      const double d = nonneg != 0 ? p->cx[j] - act.sum : act.sum - p->cx[j];
-      const double size = std::max(std::fabs(p->cx[j]), act.size);
-      if (d <= strictness * std::max(1.0, size)) continue;
-      found[n++] = nonneg != 0 ? j : ~j;
-      break;
-    }
-  }
-  for (int32_t k = 0; k < n; ++k) {
-    const bool nonneg = found[k] >= 0;
-    const int32_t j = nonneg ? found[k] : ~found[k];
-    const int32_t res = prslv_varfixatbound(run, nonneg ? PRSLV_VAR_AT_LOWER : PRSLV_VAR_AT_UPPER, j);
-    if (res != PRSLV_OK) return res;
-  }
-  return PRSLV_OK;
-}
-
 // How many elements the search with chains may look at without finding anything, in units of the problem's.
 constexpr int64_t chaineffort = 12;
 
@@ -296,13 +267,11 @@ int32_t dominated(prslvrun* run, int32_t numtouched, const int32_t* touched) {
   if (p->numvar == 0 || p->numcon == 0) return PRSLV_OK;
   Dominated dom;
   dom.run = run;
-  int32_t* found;
   Workspace ws(p->env);
   const auto m = static_cast<std::size_t>(p->numcon), n = static_cast<std::size_t>(p->numvar);
   ws.add(&dom.lower, m);
   ws.add(&dom.upper, m);
   ws.add(&dom.queue, n);
-  ws.add(&found, n);
   ws.add(&dom.queued, n, Fill::zero);
   ws.add(&dom.visits, n, Fill::zero);
   ws.add(&dom.pincol, n, Fill::zero);
@@ -331,7 +300,6 @@ int32_t dominated(prslvrun* run, int32_t numtouched, const int32_t* touched) {
   propagate(&dom);
   res = fixrows(&dom);
   for (int32_t j = 0; j < p->numvar && res == PRSLV_OK && !prslv_stopped(run); ++j) res = checkcolumn(&dom, j, true);
-  if (getenv("STRICT") && res == PRSLV_OK && !prslv_stopped(run)) res = fixstrictly(&dom, found);
   const int64_t gain = run->changes - before;
   run->chainwork += spmat_getnumnz(p->acol) + p->numvar;
   if (100 * gain > p->numvar) run->chainwork = 0;
