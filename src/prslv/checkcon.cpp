@@ -59,9 +59,6 @@ static double shiftsize(const prslvrun* run, int32_t i) {
   return size;
 }
 
-// The multiplier of a certificate on an empty row; its size keeps the proof clear of absolute tolerances.
-constexpr double emptyrowmultiplier = 1e6;
-
 static int32_t conempty(prslvrun* run, int32_t i) {
   const prslvprob* p = run->p;
   // The bounds carry what the removed columns contributed, so the activity is exactly 0.
@@ -70,7 +67,8 @@ static int32_t conempty(prslvrun* run, int32_t i) {
   if (below || above) {
     const double bound = below ? p->blc[i] : -p->buc[i];
     if (bound > run->par->tol_x + 1e-12 * shiftsize(run, i)) {
-      const double y = below ? emptyrowmultiplier : -emptyrowmultiplier;
+      // Not larger: the proof is measured against absolute tolerances, with all the columns that were fixed before.
+      const double y = below ? 1.0 : -1.0;
       prslv_primalinfeas(run, 1, &i, &y);
       return PRSLV_OK;
     }
