@@ -16,22 +16,18 @@ constexpr double fold_min = 1e-3, fold_max = 1e3;
 
 // What is left of a problem in the compact form. Arrays as in the record.
 struct Plan {
-  int32_t *lsrc, *usrc;  // [numcon]
-  double *ylo, *yup;     // [numcon] bounds of u_i (of its first column for a ranged row)
-  int32_t* xrow;         // [numvar] 0 for a column that stays
-  double* cstar;         // [numvar] cx + A'cc, the cost when the rows have none
+  Array<int32_t> lsrc, usrc;  // [numcon]
+  Array<double> ylo, yup;     // [numcon] bounds of u_i (of its first column for a ranged row)
+  Array<int32_t> xrow;        // [numvar] 0 for a column that stays
+  Array<double> cstar;        // [numvar] cx + A'cc, the cost when the rows have none
   int64_t rows = 0, columns = 0, nz = 0;
   int32_t ranged = 0, fixed = 0;
 };
 
-void add_plan(const DualizeInput& in, Workspace* work, Plan* plan) {
+bool make_room(sysenv* env, const DualizeInput& in, Plan* plan) {
   const auto m = static_cast<std::size_t>(in.numcon), n = static_cast<std::size_t>(in.numvar);
-  work->add(&plan->lsrc, m);
-  work->add(&plan->usrc, m);
-  work->add(&plan->ylo, m);
-  work->add(&plan->yup, m);
-  work->add(&plan->xrow, n);
-  work->add(&plan->cstar, n);
+  return plan->lsrc.alloc(env, m) && plan->usrc.alloc(env, m) && plan->ylo.alloc(env, m) && plan->yup.alloc(env, m) &&
+         plan->xrow.alloc(env, n) && plan->cstar.alloc(env, n);
 }
 
 // Bounds of the u_i from the keys of the rows alone.
@@ -151,8 +147,12 @@ bool make_blocks(const Plan& plan, dualizer* record, Form* form) {
   form->ptr = take(&matints, columns + 1);
   form->sub = matints;
   double* reals = record->reals.data();
-  for (double** list : {&form->cc, &form->blc, &form->buc}) *list = take(&reals, rows);
-  for (double** list : {&form->cx, &form->blx, &form->bux}) *list = take(&reals, columns);
+  form->cc = take(&reals, rows);
+  form->blc = take(&reals, rows);
+  form->buc = take(&reals, rows);
+  form->cx = take(&reals, columns);
+  form->blx = take(&reals, columns);
+  form->bux = take(&reals, columns);
   form->val = record->matreals.data();
   return true;
 }
@@ -174,8 +174,8 @@ void bound_by_values(double lower, double upper, int32_t* bk, double* bl, double
 // Numbers the rows and columns of the compact form: the u_i, the second ones of ranged rows, the q_j.
 void number(const Plan& plan, dualizer* record) {
   const DualizeInput& in = record->primal;
-  std::copy_n(plan.lsrc, in.numcon, record->lsrc);
-  std::copy_n(plan.usrc, in.numcon, record->usrc);
+  std::copy_n(plan.lsrc.data(), in.numcon, record->lsrc);
+  std::copy_n(plan.usrc.data(), in.numcon, record->usrc);
   int32_t column = 0, row = 0;
   for (int32_t i = 0; i < in.numcon; ++i) record->ycol[i] = dualize_rowkey(in, i) == DUAL_BK_FR ? -1 : column++;
   for (int32_t i = 0; i < in.numcon; ++i) record->ycol2[i] = dualize_rowkey(in, i) == DUAL_BK_RA ? column++ : -1;
@@ -309,12 +309,10 @@ void build_full(const dualizer& record, const Form& form) {
 int32_t dualize_getdualsize(sysenv* env, DualizeMethod method, const DualizeInput& input, DualizeSize* size) {
   *size = {};
   Plan plan;
-  Workspace work(env);
   if (method == DUALIZE_FULL) {
     full_size(input, &plan);
   } else {
-    add_plan(input, &work, &plan);
-    if (!work.commit()) return SYS_SPACE;
+    if (!make_room(env, input, &plan)) return SYS_SPACE;
     make_plan(input, &plan);
   }
   if (!fits(plan)) return SYS_SPACE;
@@ -332,9 +330,7 @@ int32_t dualize_formdual(sysenv* env, DualizeMethod method, const DualizeInput& 
   made->primal = input;
   Plan plan;
   Form form{};
-  Workspace work(env);
-  add_plan(input, &work, &plan);
-  bool ok = work.commit();
+  bool ok = make_room(env, input, &plan);
   if (ok) {
     if (method == DUALIZE_FULL)
       full_size(input, &plan);

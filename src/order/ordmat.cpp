@@ -8,7 +8,8 @@ bool ordmat_nnzaat(sysenv* env, const spmat* a, int32_t rowcut, int32_t colcut, 
                    const int32_t* colcount, int64_t* nnz) {
   const int32_t m = a->vlen, n = a->nvec;
   Workspace work(env);
-  int32_t *first, *next, *at, *mark;  // first[i], next[j]: the columns that wait at row i; at[j]: their position there
+  // first[i], next[j]: the columns that wait at row i; at[j]: their position there
+  int32_t *first = nullptr, *next = nullptr, *at = nullptr, *mark = nullptr;
   work.add(&first, static_cast<std::size_t>(m));
   work.add(&next, static_cast<std::size_t>(n));
   work.add(&at, static_cast<std::size_t>(n));
