@@ -1,0 +1,41 @@
+// What the duplicate rows and the duplicate columns share: a group of parallel vectors, and the undo of putting two
+// things together as one.
+#pragma once
+
+#include "prslv/prslv_internal.h"
+
+namespace tarvo {
+
+// Bounds of a row or column on the way back, rays having 0 for any bound.
+struct prslvbox {
+  bool haslower, hasupper, fixed;
+  double lower, upper;
+};
+inline prslvbox prslv_box(const prslvwalk* w, int32_t bk, double bl, double bu) {
+  const bool low = prslv_lower(bk), upp = prslv_upper(bk);
+  return {low, upp, bk == PRSLV_BK_FX, low ? w->f_p * bl : 0.0, upp ? w->f_p * bu : 0.0};
+}
+
+// z = u + m v stood for u and v: in a solution with value z and key `key` for it, gives both their values and keys,
+// each within its box, with as many basic keys as z had.
+struct prslvsplit {
+  double u, v;
+  int32_t ukey, vkey;
+};
+prslvsplit prslv_split(const prslvwalk* w, double m, double z, int32_t key, const prslvbox& u, const prslvbox& v);
+
+// The bounds of u + m v.
+void prslv_sumbounds(double m, int32_t ubk, double ubl, double ubu, int32_t vbk, double vbl, double vbu, int32_t* bk,
+                     double* bl, double* bu);
+
+// The two parts of the multiplier of z, as they fall to u and v: z's bounds are those of both.
+inline void prslv_splitdual(double m, double lower, double upper, double* vlower, double* vupper) {
+  *vlower = m > 0.0 ? m * lower : -m * upper;
+  *vupper = m > 0.0 ? m * upper : -m * lower;
+}
+
+constexpr int32_t prslv_keyof(bool low, bool upp) {
+  return low ? (upp ? PRSLV_BK_RA : PRSLV_BK_LO) : upp ? PRSLV_BK_UP : PRSLV_BK_FR;
+}
+
+}  // namespace tarvo
