@@ -174,11 +174,12 @@ nlohmann::ordered_json to_json(const Session& session, const Result& result) {
   json["columns"] = columns;
   json["nonzeros"] = nonzeros;
   json["integers"] = integers;
-  for (const auto& [key, item] : {std::pair{"presolved_rows", TRV_IINF_PRESOLVE_FNUMCON},
-                                  std::pair{"presolved_columns", TRV_IINF_PRESOLVE_FNUMVAR},
-                                  std::pair{"presolved_nonzeros", TRV_IINF_PRESOLVE_FNUMNZA}}) {
+  // Items that are reached by name only.
+  for (const auto& [key, item] : {std::pair{"presolved_rows", "TRV_IINF_PRESOLVE_FNUMCON"},
+                                  std::pair{"presolved_columns", "TRV_IINF_PRESOLVE_FNUMVAR"},
+                                  std::pair{"presolved_nonzeros", "TRV_IINF_PRESOLVE_FNUMNZA"}}) {
     int32_t value = 0;
-    TRV_getintinf(task, item, &value);
+    TRV_getnaintinf(task, item, &value);
     json[key] = value;
   }
   return json;

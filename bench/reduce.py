@@ -19,7 +19,7 @@ from run import ROOT, find_set, geomean, read_index, run
 def ours(path, scratch, limit):
     report = scratch / "out.json"
     report.unlink(missing_ok=True)
-    run([str(ROOT / "build/release/tarvo"), "-q", "-o", "dual", "-p", "PRESOLVE_USE=ON", "-p", "SIM_MAX_ITERATIONS=0",
+    run([str(ROOT / "build/release/tarvo"), "-q", "-o", "primal", "-p", "SIM_SOLVE_FORM=PRIMAL", "-p", "PRESOLVE_USE=ON", "-p", "SIM_MAX_ITERATIONS=0",
          "--json", str(report), str(path)], limit)
     answer = json.loads(report.read_text())
     return [answer[key] for key in ("rows", "columns", "presolved_rows", "presolved_columns", "presolved_nonzeros")]
