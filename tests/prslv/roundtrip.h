@@ -13,7 +13,7 @@ namespace tarvo_test {
 struct RoundTrip {
   tarvo::prslvstat stat;
   PlainLp reduced;                            // what the simplex got: live rows and columns in order
-  PlainSolution basic{0, 0}, interior{0, 0};  // both walks from the same vertex
+  PlainSolution basic{0, 0}, interior{0, 0};  // what the walks made
   std::string wrong;                          // empty when all of it holds
 };
 
@@ -103,10 +103,16 @@ inline PlainSolution spread(const tarvo::prslvprob& q, const PlainSolution& t, c
   return s;
 }
 
-inline void interior_keys(PlainSolution* s) {
-  for (auto* list : {&s->skc, &s->skx})
-    for (int32_t& key : *list)
-      if (key == tarvo::PRSLV_SK_BAS) key = tarvo::PRSLV_SK_SUPBAS;
+// Half way between two solutions, without basic keys.
+inline PlainSolution between(const PlainSolution& s, const PlainSolution& t) {
+  PlainSolution mean = s;
+  for (auto list : {&PlainSolution::xc, &PlainSolution::y, &PlainSolution::slc, &PlainSolution::suc, &PlainSolution::xx,
+                    &PlainSolution::slx, &PlainSolution::sux})
+    for (std::size_t k = 0; k < (mean.*list).size(); ++k) (mean.*list)[k] = 0.5 * ((s.*list)[k] + (t.*list)[k]);
+  for (auto list : {&PlainSolution::skc, &PlainSolution::skx})
+    for (std::size_t k = 0; k < (mean.*list).size(); ++k)
+      if ((s.*list)[k] != (t.*list)[k] || (s.*list)[k] == tarvo::PRSLV_SK_BAS) (mean.*list)[k] = tarvo::PRSLV_SK_SUPBAS;
+  return mean;
 }
 
 }  // namespace roundtrip_detail
@@ -149,8 +155,38 @@ inline std::string wrong_keys(const PlainLp& p, const PlainSolution& s, double t
   return rows.empty() ? check("column ", s.skx, s.xx, p.bkx, p.blx, p.bux, s.slx, s.sux) : rows;
 }
 
-// Reduces p with the given switches, solves what is left, and walks back. The interior walk starts from the same vertex
-// without basic keys. An infeasible or unbounded problem must come back with a proof.
+// The rank of the basis that the keys name.
+inline int32_t basis_rank(const PlainLp& p, const PlainSolution& s, double tol = 1e-9) {
+  const auto m = static_cast<std::size_t>(p.numcon);
+  std::vector<std::vector<double>> basis;
+  for (std::size_t i = 0; i < m; ++i) {
+    if (s.skc[i] != tarvo::PRSLV_SK_BAS) continue;
+    basis.emplace_back(m, 0.0)[i] = -1.0;
+  }
+  for (std::size_t j = 0; j < s.skx.size(); ++j) {
+    if (s.skx[j] != tarvo::PRSLV_SK_BAS) continue;
+    auto& column = basis.emplace_back(m, 0.0);
+    for (int32_t t = p.ptr[j]; t < p.ptr[j + 1]; ++t)
+      column[static_cast<std::size_t>(p.sub[static_cast<std::size_t>(t)])] = p.val[static_cast<std::size_t>(t)];
+  }
+  std::size_t rank = 0;
+  for (std::size_t i = 0; i < m; ++i) {
+    std::size_t best = rank;
+    for (std::size_t k = rank; k < basis.size(); ++k)
+      if (std::fabs(basis[k][i]) > std::fabs(basis[best][i])) best = k;
+    if (best >= basis.size() || std::fabs(basis[best][i]) <= tol) continue;
+    basis[rank].swap(basis[best]);
+    for (std::size_t k = rank + 1; k < basis.size(); ++k) {
+      const double f = basis[k][i] / basis[rank][i];
+      for (std::size_t r = i; f != 0.0 && r < m; ++r) basis[k][r] -= f * basis[rank][r];
+    }
+    ++rank;
+  }
+  return static_cast<int32_t>(rank);
+}
+
+// Reduces p with the given switches, solves what is left, and walks back. The interior walk starts half way between two
+// vertices. An infeasible or unbounded problem must come back with a proof.
 inline RoundTrip roundtrip(const PlainLp& p, const ExactAnswer& exact, const tarvo::prslvpar& par = {}) {
   using namespace roundtrip_detail;
   RoundTrip out;
@@ -168,8 +204,14 @@ inline RoundTrip roundtrip(const PlainLp& p, const ExactAnswer& exact, const tar
   if (out.stat.status == 0) {
     PlainSolution t(out.reduced.numcon, out.reduced.numvar);
     plain_solve(env, plain_input(out.reduced), plain_parameters(), &t);
-    out.basic = out.interior = spread(*q, t, rows, columns);
-    interior_keys(&out.interior);
+    out.basic = spread(*q, t, rows, columns);
+    tarvo::simplexpar other = plain_parameters();
+    other.primalselect = 1;
+    other.primalcrash = 0;
+    PlainSolution u(out.reduced.numcon, out.reduced.numvar);
+    plain_solve(env, plain_input(out.reduced), other, &u);
+    const bool same = u.solsta == t.solsta;
+    out.interior = between(out.basic, same ? spread(*q, u, rows, columns) : out.basic);
   } else {
     has_basis = bas_view.defined != 0;
     itr.prosta = itr_view.prosta;
@@ -184,6 +226,8 @@ inline RoundTrip roundtrip(const PlainLp& p, const ExactAnswer& exact, const tar
     if (result != tarvo::PRSLV_OK) out.wrong = "result " + std::to_string(result);
     if (out.wrong.empty()) out.wrong = plain_wrong(p, s, exact);
     if (out.wrong.empty() && s.solsta == 1 && &s == &out.basic) out.wrong = wrong_keys(p, s);
+    if (out.wrong.empty() && s.solsta == 1 && &s == &out.basic && basis_rank(p, s) != p.numcon)
+      out.wrong = "singular basis";
     if (!out.wrong.empty())
       out.wrong = std::string(name) + ": " + out.wrong + " (presolve status " + std::to_string(out.stat.status) + ")";
   };
