@@ -195,32 +195,6 @@ int32_t put_bounds(prslvrun* run, int32_t i, int32_t bk, double bl, double bu) {
   return PRSLV_OK;
 }
 
-// Fixed row i takes in its lone column j: the rest of the row ranges over what j's bounds leave, at the cost that j
-// would have.
-int32_t take_column(prslvrun* run, int32_t i, int32_t j, double a) {
-  prslvprob* p = run->p;
-  int32_t result = reserve(run, PRSLV_ROW_TOOK_COLUMN, run->connz[i]);
-  if (result != PRSLV_OK) return result;
-  int32_t* ints = nullptr;
-  double* doubles = nullptr;
-  result = prslv_beginpushstk(run, PRSLV_ROW_TOOK_COLUMN, 3, 6, &ints, &doubles);
-  if (result != PRSLV_OK) return result;
-  const double b = p->blc[i], t = p->cx[j] / a;
-  const int32_t head[3] = {i, j, p->bkx[j]};
-  const double dhead[6] = {p->cx[j], a, p->blx[j], p->bux[j], p->cc[i], b};
-  std::copy_n(head, 3, ints);
-  std::copy_n(dhead, 6, doubles);
-  prslv_endpushstk(run, &ints, &doubles);
-  int32_t bk = 0;
-  double bl = 0.0, bu = 0.0;
-  prslv_sumbounds(-a, PRSLV_BK_FX, b, b, p->bkx[j], p->blx[j], p->bux[j], &bk, &bl, &bu);
-  p->cfix += (t + p->cc[i]) * b;
-  prslv_removevar(run, j, 0.0);
-  p->cx[j] = 0.0;
-  p->cc[i] = -t;
-  return put_bounds(run, i, bk, bl, bu);
-}
-
 // The lone columns of row i that it can take in.
 int32_t take_columns(const DupCon& d, int32_t i) {
   prslvrun* run = d.run;
@@ -231,7 +205,7 @@ int32_t take_columns(const DupCon& d, int32_t i) {
     if (result != PRSLV_OK || run->varcla[j] == 0 || run->varnz[j] != 1 || !prslv_livecon(run, i)) return;
     if (std::fabs(a) < 1.0 / maxmultiplier || std::fabs(a) > maxmultiplier) return;
     if (p->bkc[i] == PRSLV_BK_FX && lone == 1) {
-      result = take_column(run, i, j, a);
+      result = prslv_rowtookcolumn(run, i, j, a);
     } else if (std::fabs(p->cx[j] + a * p->cc[i]) <= run->par->tol_s) {
       result = prslv_dupconandvar(run, i, j, a);
     }
@@ -284,6 +258,30 @@ int32_t check_group(const DupCon& d, Member* g, int32_t n) {
 }
 
 }  // namespace
+
+int32_t prslv_rowtookcolumn(prslvrun* run, int32_t i, int32_t j, double a) {
+  prslvprob* p = run->p;
+  int32_t result = reserve(run, PRSLV_ROW_TOOK_COLUMN, run->connz[i]);
+  if (result != PRSLV_OK) return result;
+  int32_t* ints = nullptr;
+  double* doubles = nullptr;
+  result = prslv_beginpushstk(run, PRSLV_ROW_TOOK_COLUMN, 3, 6, &ints, &doubles);
+  if (result != PRSLV_OK) return result;
+  const double b = p->blc[i], t = p->cx[j] / a;
+  const int32_t head[3] = {i, j, p->bkx[j]};
+  const double dhead[6] = {p->cx[j], a, p->blx[j], p->bux[j], p->cc[i], b};
+  std::copy_n(head, 3, ints);
+  std::copy_n(dhead, 6, doubles);
+  prslv_endpushstk(run, &ints, &doubles);
+  int32_t bk = 0;
+  double bl = 0.0, bu = 0.0;
+  prslv_sumbounds(-a, PRSLV_BK_FX, b, b, p->bkx[j], p->blx[j], p->bux[j], &bk, &bl, &bu);
+  p->cfix += (t + p->cc[i]) * b;
+  prslv_removevar(run, j, 0.0);
+  p->cx[j] = 0.0;
+  p->cc[i] = -t;
+  return put_bounds(run, i, bk, bl, bu);
+}
 
 int32_t prslv_dupconandvar(prslvrun* run, int32_t i, int32_t j, double a) {
   prslvprob* p = run->p;

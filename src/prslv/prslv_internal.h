@@ -163,6 +163,11 @@ int32_t prslv_emptyvar(prslvrun* run, int32_t j);            // checkvar.cpp; fi
 int32_t prslv_checkdupcon(prslvrun* run);                    // dupcon.cpp
 int32_t prslv_checkdupvar(prslvrun* run);                    // dupvar.cpp
 int32_t prslv_dupconandvar(prslvrun* run, int32_t i, int32_t j, double a);
+// Fixed row i takes in its lone column j: the rest of the row ranges over what j's bounds leave, at the cost that j
+// would have.
+int32_t prslv_rowtookcolumn(prslvrun* run, int32_t i, int32_t j, double a);
+// Lets fixed rows take in columns that stand in no other row, as the last step.
+int32_t prslv_takesingletons(prslvrun* run);  // relax.cpp
 int32_t prslv_elimination(prslvrun* run, int32_t i, int32_t j,
                           double a);               // elimination.cpp: free column j of row i alone
 int32_t prslv_numdoubletons(const prslvrun* run);  // eliminator.cpp

@@ -372,6 +372,7 @@ int32_t reduce(prslvrun* run) {
     if (result == PRSLV_OK && !prslv_stopped(run) && run->par->solution_request == 0) {
       if (run->stat->problemclass <= 3 && run->par->relax != 0) result = prslv_simplerelax(run);
       if (result == PRSLV_OK) result = prslv_emtyvariables(run);
+      if (result == PRSLV_OK && !prslv_stopped(run)) result = prslv_takesingletons(run);
     }
   }
   prslv_final(run);

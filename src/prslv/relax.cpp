@@ -44,6 +44,16 @@ Implied impliedbycolumn(const prslvrun* run, int32_t j, int32_t without) {
   return best;
 }
 
+// Whether a column can be computed from row i through its coefficient a without losing digits.
+bool wellscaled(const prslvrun* run, int32_t i, double a) {
+  double rowmax = 1.0;
+  prslv_eachinrow(run, i, [&](int32_t, double b) {
+    rowmax = std::max(rowmax, std::fabs(b));
+    return true;
+  });
+  return std::fabs(a) >= smallcoef * rowmax;
+}
+
 // Whether the bounds that column j has are implied by row i (or absent). The running sums are trusted only to say no.
 bool impliedfree(prslvrun* run, int32_t i, int32_t j, double a) {
   const prslvprob* p = run->p;
@@ -185,12 +195,7 @@ int32_t prslv_freesingleton(prslvrun* run, int32_t i, int32_t j, double a, bool*
   // The sum of row and column cost when the row's activity is paid by the column: slc - suc of the row if x_j is inside
   // its bounds.
   const double t = p->cx[j] / a + p->cc[i];
-  double rowmax = 0.0;
-  prslv_eachinrow(run, i, [&](int32_t, double b) {
-    rowmax = std::max(rowmax, std::fabs(b));
-    return true;
-  });
-  if (std::fabs(a) < std::max(smallcoef, smallcoef * rowmax)) return PRSLV_OK;
+  if (!wellscaled(run, i, a)) return PRSLV_OK;
 
   if (std::fabs(t) <= 1e-3 * run->par->tol_s) {
     *done = true;
@@ -203,6 +208,18 @@ int32_t prslv_freesingleton(prslvrun* run, int32_t i, int32_t j, double a, bool*
   }
   *done = true;
   return prslv_elimination(run, i, j, a);
+}
+
+int32_t prslv_takesingletons(prslvrun* run) {
+  const prslvprob* p = run->p;
+  for (int32_t j = 0; j < p->numvar; ++j) {
+    if (run->varnz[j] != 1 || !prslv_livevar(run, j) || run->varcla[j] == 0) continue;
+    const auto [i, a] = prslv_onlyincol(run, j);
+    if (i < 0 || run->concla[i] == 0 || p->bkc[i] != PRSLV_BK_FX || !wellscaled(run, i, a)) continue;
+    const int32_t res = prslv_rowtookcolumn(run, i, j, a);
+    if (res != PRSLV_OK) return res;
+  }
+  return PRSLV_OK;
 }
 
 int32_t prslv_relax(prslvrun* run, int32_t relax_mode) {
