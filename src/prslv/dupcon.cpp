@@ -195,21 +195,38 @@ int32_t put_bounds(prslvrun* run, int32_t i, int32_t bk, double bl, double bu) {
   return PRSLV_OK;
 }
 
-// The lone columns of row i that it can take in.
-int32_t take_columns(const DupCon& d, int32_t i) {
-  prslvrun* run = d.run;
+// The live row of a column that has one.
+struct Place {
+  int32_t i;
+  double a;
+};
+Place only_row(const prslvrun* run, int32_t j) {
+  const spmat* a = run->p->acol;
+  for (int32_t t = a->ptrb[j]; t < a->ptre[j]; ++t)
+    if (prslv_livecon(run, a->sub[t])) return {a->sub[t], a->val[t]};
+  return {-1, 0.0};
+}
+
+// Lone columns that their rows can take in: of a fixed row the only one, of any row those that cost what the row's
+// activity gives. `alone` is room for the rows, all 0.
+int32_t take_columns(prslvrun* run, int32_t* alone) {
   const prslvprob* p = run->p;
-  const int32_t lone = num_lone(d, i);
+  for (int32_t j = 0; j < p->numvar; ++j)
+    if (prslv_livevar(run, j) && run->varnz[j] == 1) ++alone[only_row(run, j).i];
   int32_t result = PRSLV_OK;
-  for_lone(d, i, [&](int32_t j, double a) {
-    if (result != PRSLV_OK || run->varcla[j] == 0 || run->varnz[j] != 1 || !prslv_livecon(run, i)) return;
-    if (std::fabs(a) < 1.0 / maxmultiplier || std::fabs(a) > maxmultiplier) return;
-    if (p->bkc[i] == PRSLV_BK_FX && lone == 1) {
+  for (int32_t j = 0; j < p->numvar && result == PRSLV_OK; ++j) {
+    if (!prslv_livevar(run, j) || run->varnz[j] != 1 || run->varcla[j] == 0) continue;
+    const auto [i, a] = only_row(run, j);
+    if (run->concla[i] == 0 || run->connz[i] < 2) continue;
+    // Equations of two elements are for the doubleton chains, which take a whole path at once.
+    if (run->connz[i] == 2 && p->bkc[i] == PRSLV_BK_FX && run->par->eliminator != 0) continue;
+    if (std::fabs(a) < 1.0 / maxmultiplier || std::fabs(a) > maxmultiplier) continue;
+    if (p->bkc[i] == PRSLV_BK_FX && alone[i] == 1) {
       result = prslv_rowtookcolumn(run, i, j, a);
     } else if (std::fabs(p->cx[j] + a * p->cc[i]) <= run->par->tol_s) {
       result = prslv_dupconandvar(run, i, j, a);
     }
-  });
+  }
   return result;
 }
 
@@ -232,10 +249,6 @@ int32_t check_group(const DupCon& d, Member* g, int32_t n) {
   }
   n = static_cast<int32_t>(std::remove_if(g, g + n, [&](const Member& c) { return !prslv_livecon(run, c.i); }) - g);
   if (n < 2) return PRSLV_OK;
-  for (int32_t k = 0; k < n; ++k) {
-    const int32_t result = take_columns(d, g[k].i);
-    if (result != PRSLV_OK) return result;
-  }
   int32_t root = -1;
   for (int32_t k = 0; k < n; ++k) {
     if (!prslv_livecon(run, g[k].i) || num_lone(d, g[k].i) > 0) continue;
@@ -309,12 +322,15 @@ int32_t prslv_checkdupcon(prslvrun* run) {
   const prslvprob* p = run->p;
   Workspace work(run->env);
   uint8_t* counts = nullptr;
-  int32_t* cand = nullptr;
+  int32_t *alone = nullptr, *cand = nullptr;
   Member* group = nullptr;
+  work.add(&alone, static_cast<std::size_t>(p->numcon), Fill::zero);
   work.add(&counts, static_cast<std::size_t>(p->numvar));
   work.add(&cand, static_cast<std::size_t>(p->numcon));
   work.add(&group, static_cast<std::size_t>(p->numcon));
   if (!work.commit()) return PRSLV_SPACE;
+  int32_t result = take_columns(run, alone);
+  if (result != PRSLV_OK) return result;
   for (int32_t j = 0; j < p->numvar; ++j) counts[j] = prslv_livevar(run, j) && run->varnz[j] != 1 ? 1 : 0;
   int32_t numcand = 0;
   for (int32_t i = 0; i < p->numcon; ++i)
@@ -322,7 +338,6 @@ int32_t prslv_checkdupcon(prslvrun* run) {
   dupgroups groups;
   if (!spmat_dupvec(run->acolt, counts, numcand, cand, run->par->tol_aij, &groups)) return PRSLV_SPACE;
   const DupCon d{run, counts};
-  int32_t result = PRSLV_OK;
   for (int32_t g = 0; g < groups.count && result == PRSLV_OK && !prslv_stopped(run); ++g) {
     int32_t n = 0;
     for (int32_t i = groups.head[g]; i != groups.end; i = groups.next[i])
