@@ -16,7 +16,7 @@ namespace tarvo {
 
 namespace {
 
-constexpr double maxfactor = 1000.0;  // of |f| and 1/|f|
+constexpr double maxfactor = 10000.0;  // of |f| and 1/|f|
 constexpr double maxshift = 1e8;      // of |g|
 constexpr double cancelled = 1e-7;    // a sum this much smaller than its terms may be noise
 
