@@ -183,7 +183,7 @@ int32_t inner_loop(prslvrun* run, int32_t relax_mode, int32_t* doubletons) {
     compact(run);
     const int64_t before = active(run);
     int32_t result = PRSLV_OK;
-    if (run->rows.count > 0) {
+    if (run->rows.count > 0 || (relax_mode == 1 && run->relaxcols.count > 0)) {
       result = timed(run, PRSLV_TIME_CHECKCON, [&] { return prslv_checkcon(run, relax_mode); });
     }
     if (result != PRSLV_OK || prslv_stopped(run) || run->par->solution_request != 0) return result;
