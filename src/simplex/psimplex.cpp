@@ -368,6 +368,20 @@ void store_ray(PrimalSimplex* s) {
 
 }  // namespace
 
+void psimplex_conclude(PrimalSimplex* s) {
+  // What a limit or a stop leaves stands for the true bounds, too.
+  if (s->perturbed) psimplex_removeperturb(s);
+  if (s->info->solsta == 6) {
+    store_ray(s);
+  } else if (s->m > 0 && lu_isfactored(s->basis->factor) && !s->exact) {
+    const int32_t resp = s->resp;
+    s->resp = 0;
+    recompute(s);
+    s->resp = resp;
+  }
+  clear_vectors(s);
+}
+
 int32_t simplex_primaloptimizer(sysenv* env, const simplexpar& par, simplexinfo* info, SimplexProblem* problem,
                                 simplexbasis* basis, const SimplexEvents& events) {
   PrimalSimplex state(env);
@@ -394,17 +408,7 @@ int32_t simplex_primaloptimizer(sysenv* env, const simplexpar& par, simplexinfo*
   if (s->resp == 0) call_event(s, event_setupdone);
   if (s->resp == 0) psimplex_optimize(s);
 
-  // What a limit or a stop leaves stands for the true bounds, too.
-  if (s->perturbed) psimplex_removeperturb(s);
-  if (info->solsta == 6) {
-    store_ray(s);
-  } else if (s->m > 0 && lu_isfactored(factor) && !s->exact) {
-    const int32_t resp = s->resp;
-    s->resp = 0;
-    recompute(s);
-    s->resp = resp;
-  }
-  clear_vectors(s);
+  psimplex_conclude(s);
   psimplex_store(s);
   if (factor != nullptr) {
     lu_puttrh(factor, LU_TRH_MAXUPD, maxupd);

@@ -154,6 +154,8 @@ struct PrimalSimplex {
 // psimplex.cpp
 void psimplex_optimize(PrimalSimplex* s);  // the main loop: from any start to a final status or a stop
 
+void psimplex_conclude(PrimalSimplex* s);  // after it: true bounds, exact values, the ray of an unbounded problem
+
 // psimplex_setup.cpp
 int32_t psimplex_make(PrimalSimplex* s);   // arrays and bounds
 int32_t psimplex_setup(PrimalSimplex* s);  // start: keys, values, factor

@@ -68,6 +68,7 @@ struct simplexpar {
   int32_t maxiter[SIM_NUM_OPTIMIZERS], maxsetbacks[SIM_NUM_OPTIMIZERS];
   int32_t switchopt;     // with the dual form the other optimiser is meant
   int32_t primalselect;  // 0 free, 1 partial, 2 full, 3 approximate steepest edge, 4 steepest edge, 5 devex
+  int32_t dualselect;    // 0 free, 1 partial, 2 full, 3 approximate steepest edge, 4 steepest edge, 5 devex
   int32_t refactorfreq[SIM_NUM_OPTIMIZERS];  // 0 automatic
   double tolx[SIM_NUM_OPTIMIZERS], tols[SIM_NUM_OPTIMIZERS], tolpiv[SIM_NUM_OPTIMIZERS];
   int32_t haslowcut, hasupcut;
@@ -147,6 +148,11 @@ int32_t simplex_copybasis(sysenv* env, const simplexbasis& from, simplexbasis* t
 // for the original bounds. The result is info->resp.
 int32_t simplex_primaloptimizer(sysenv* env, const simplexpar& par, simplexinfo* info, SimplexProblem* problem,
                                 simplexbasis* basis, const SimplexEvents& events);
+
+// The same by the dual simplex. The primal simplex finishes a run whose true costs turn out not to be dual feasible,
+// and tells an unbounded problem from an infeasible one.
+int32_t simplex_dualoptimizer(sysenv* env, const simplexpar& par, simplexinfo* info, SimplexProblem* problem,
+                              simplexbasis* basis, const SimplexEvents& events);
 
 // The solution of simplex_optimize on the unscaled problem; arrays of the caller.
 struct SimplexSolution {

@@ -266,13 +266,67 @@ bool scale(Run* run, Array<double>* val) {
   return true;
 }
 
-// ---- The solution on the unscaled problem --------------------------------------------------------------------------
-
 double columndot(const SimplexColumns& a, int32_t j, const double* y) {
   double sum = 0.0;
   for (int32_t t = a.ptrb[j]; t < a.ptre[j]; ++t) sum += a.val[t] * y[a.sub[t]];
   return sum;
 }
+
+// Sums and counts of what a start violates in the primal and in the dual.
+struct Violations {
+  double primal = 0.0, dual = 0.0;
+  int64_t numprimal = 0, numdual = 0;
+};
+
+void count_violations(const simplexpar& par, int32_t bk, double bl, double bu, double x, bool basic, double s,
+                      Violations* v) {
+  const double below = lower(bk) ? bl - x : 0.0, above = upper(bk) ? x - bu : 0.0, out = std::max(below, above);
+  if (out > par.tolx[SIM_PRIMAL]) {
+    ++v->numprimal;
+    v->primal += out;
+  }
+  // A boxed variable changes side, a fixed one takes any sign.
+  const double wrong = basic || (lower(bk) && upper(bk)) ? 0.0 : lower(bk) ? -s : upper(bk) ? s : std::fabs(s);
+  if (wrong > par.tols[SIM_DUAL]) {
+    ++v->numdual;
+    v->dual += wrong;
+  }
+}
+
+// The start as the optimiser gets it: a cold one is the basis of logicals with every column at a bound.
+Violations violations(Run* run) {
+  const SimplexProblem& p = run->problem;
+  const bool cold = run->par.clean == 0;
+  double* activity = run->rowwork;
+  const double* y = cold ? run->rowwork2 : p.y;
+  std::fill_n(activity, p.numcon, 0.0);
+  Violations v;
+  for (int32_t j = 0; j < p.numvar; ++j) {
+    const double rest = lower(p.bkx[j]) ? p.blx[j] : upper(p.bkx[j]) ? p.bux[j] : 0.0;
+    const double x = cold ? rest : p.xx[j], s = p.cx[j] - columndot(p.a, j, y);
+    count_violations(run->par, p.bkx[j], p.blx[j], p.bux[j], x, !cold && p.skx[j] == SIM_SK_BAS, s, &v);
+    if (x != 0.0)
+      for (int32_t t = p.a.ptrb[j]; t < p.a.ptre[j]; ++t) activity[p.a.sub[t]] += p.a.val[t] * x;
+  }
+  for (int32_t i = 0; i < p.numcon; ++i) {
+    const bool basic = cold || p.skc[i] == SIM_SK_BAS;
+    count_violations(run->par, p.bkc[i], p.blc[i], p.buc[i], activity[i], basic, p.cc[i] + y[i], &v);
+  }
+  return v;
+}
+
+// Which optimiser: the one asked for, or by what the start violates.
+bool takes_dual(Run* run) {
+  constexpr int32_t primal_asked = 1, dual_asked = 2;
+  if (run->par.optimizer == primal_asked) return false;
+  if (run->par.optimizer == dual_asked) return true;
+  for (int32_t i = 0; i < run->problem.numcon; ++i) run->rowwork2[i] = -run->problem.cc[i];
+  const Violations v = violations(run);
+  if (v.numprimal == 0 || v.numdual == 0) return v.numdual < v.numprimal;
+  return static_cast<double>(v.numdual) * v.dual <= static_cast<double>(v.numprimal) * v.primal;
+}
+
+// ---- The solution on the unscaled problem --------------------------------------------------------------------------
 
 // Activities of basic rows and the multipliers anew from xx and y, on the original data: sc = d cc + y,
 // sx = d cx - A'y, d being 0 for a certificate of primal infeasibility.
@@ -310,6 +364,7 @@ void split_multipliers(Run* run) {
 struct Miss {
   double primal = 0.0, dual = 0.0;
   double pobj = 0.0, dobj = 0.0;
+  double dsize = 0.0;  // sum of the terms of dobj by magnitude
 };
 
 // One variable: what it violates, its part of the objectives. `scale` is 0 where bounds count as 0 (a ray).
@@ -319,15 +374,19 @@ void miss_variable(int32_t bk, double bl, double bu, int32_t sk, double x, doubl
   if (low) miss->primal = worst(miss->primal, scale * bl - x);
   if (upp) miss->primal = worst(miss->primal, x - scale * bu);
   const double claimed = sk == SIM_SK_BAS && !farkas ? 0.0 : s;
+  const auto add = [miss](double term) {
+    miss->dobj += term;
+    miss->dsize += std::fabs(term);
+  };
   if (claimed != s) miss->dual = worst(miss->dual, std::fabs(s));
   if (claimed > 0.0) {
     if (low)
-      miss->dobj += bl * claimed;
+      add(bl * claimed);
     else
       miss->dual = worst(miss->dual, claimed);
   } else if (claimed < 0.0) {
     if (upp)
-      miss->dobj += bu * claimed;
+      add(bu * claimed);
     else
       miss->dual = worst(miss->dual, -claimed);
   } else if (std::isnan(claimed)) {
@@ -360,7 +419,8 @@ double excess(const Run& run, const Miss& miss) {
     case solsta_optimal:
       return worst(miss.primal / tolx, miss.dual / tols);
     case solsta_farkas:
-      return miss.dobj > 0.0 ? miss.dual / (tols * std::max(miss.dobj, 1e-6)) : HUGE_VAL;
+      // A value that may be the rounding of its terms proves nothing.
+      return miss.dobj > 1e-13 * miss.dsize ? miss.dual / (tols * std::max(miss.dobj, 1e-6)) : HUGE_VAL;
     case solsta_ray:
       return miss.pobj < 0.0 ? miss.primal / (tolx * std::max(-miss.pobj, 1e-6)) : HUGE_VAL;
     default:
@@ -452,7 +512,8 @@ void solve(Run* run) {
     stop(run, SIM_RESP_SPACE);
     return;
   }
-  simplex_primaloptimizer(run->env, run->par, run->info, &run->problem, run->basis, *run->events);
+  const auto optimizer = takes_dual(run) ? simplex_dualoptimizer : simplex_primaloptimizer;
+  optimizer(run->env, run->par, run->info, &run->problem, run->basis, *run->events);
   if (run->scaled) simplex_unscale(run->r, run->c, &run->problem);
   load_original(run);
   recompute(run);

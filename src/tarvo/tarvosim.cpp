@@ -85,6 +85,7 @@ simplexpar parameters(const Task* task, int32_t optimizer, bool maximise) {
   par.hotstartstatus = ipar[TRV_IPAR_SIM_HOTSTART] == TRV_SIM_HOTSTART_STATUS_KEYS ? 1 : 0;
   par.primalcrash = ipar[TRV_IPAR_SIM_PRIMAL_CRASH];
   par.primalselect = selection[ipar[TRV_IPAR_SIM_PRIMAL_SELECTION]];
+  par.dualselect = selection[ipar[TRV_IPAR_SIM_DUAL_SELECTION]];
   std::fill_n(par.maxiter, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_SIM_MAX_ITERATIONS]);
   std::fill_n(par.maxsetbacks, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_SIM_MAX_NUM_SETBACKS]);
   std::fill_n(par.refactorfreq, SIM_NUM_OPTIMIZERS, ipar[TRV_IPAR_SIM_REFACTOR_FREQ]);
