@@ -12,7 +12,8 @@ namespace tarvo {
 namespace {
 
 constexpr double consistent = 1e-9;  // of the largest term of the right-hand side
-constexpr int64_t mostwork = 400'000'000;
+// Elements touched: some tenths of a second, what a few rows less are worth at most.
+constexpr double basework = 3e7, workperelement = 60.0;
 
 struct Dependent {
   prslvrun* run;
@@ -58,14 +59,15 @@ bool judge(void* handle, int32_t d, int32_t n, const int32_t* list, const double
 }
 
 // Above 1000 rows the work is held in proportion to the size, twofold for each step of the parameter.
-int64_t worklimit(const prslvrun* run) {
+int64_t worklimit(const prslvrun* run, int64_t nz) {
+  const double most = basework + workperelement * static_cast<double>(nz);
   const int32_t limit = run->par->lindep_work_lim;
   const double m = run->p->numcon;
-  if (limit <= 0 || m <= 1000.0) return mostwork;
+  if (limit <= 0 || m <= 1000.0) return static_cast<int64_t>(most);
   const double calls = std::max(run->stat->lindeptries, 1);
   const double work = calls * std::round(std::sqrt(std::sqrt(m))) * m * std::round(std::sqrt(m)) * 100.0 *
                       std::ldexp(1.0, std::min(limit, 40));
-  return static_cast<int64_t>(std::min(work, static_cast<double>(mostwork)));
+  return static_cast<int64_t>(std::min(work, most));
 }
 
 }  // namespace
@@ -122,7 +124,7 @@ int32_t prslv_chklinblkcon(prslvrun* run) {
 
   lindepopt options;
   options.tolapiv = run->par->tol_lindep;
-  options.maxwork = worklimit(run);
+  options.maxwork = worklimit(run, nz);
   const lindepmatrix a{m, n, ptr, sub, val};
   int64_t work = 0;
   const int32_t res = lindep_check(run->env, options, a, pivcol, &work, &dep, judge);
