@@ -70,6 +70,30 @@ prslvsplit prslv_split(const prslvwalk* w, double m, double z, int32_t key, cons
   return best;
 }
 
+int32_t prslv_reserve(prslvrun* run, int32_t type, int64_t n) {
+  if (n > INT32_MAX - 16) return PRSLV_SPACE;
+  int32_t* ints = nullptr;
+  double* doubles = nullptr;
+  const auto size = static_cast<int32_t>(n) + 16;
+  const int32_t result = prslv_beginpushstk(run, type, size, size, &ints, &doubles);
+  if (result == PRSLV_OK) run->p->stack.busy = false;
+  return result;
+}
+
+double prslv_firstlive(const prslvrun* run, int32_t j) {
+  const spmat* a = run->p->acol;
+  for (int32_t t = a->ptrb[j]; t < a->ptre[j]; ++t)
+    if (prslv_livecon(run, a->sub[t]) && a->val[t] != 0.0) return a->val[t];
+  return 0.0;
+}
+
+bool prslv_inkeptrow(const prslvrun* run, int32_t j) {
+  const spmat* a = run->p->acol;
+  for (int32_t t = a->ptrb[j]; t < a->ptre[j]; ++t)
+    if (run->concla[a->sub[t]] == 0 && !prslv_livecon(run, a->sub[t])) return true;
+  return false;
+}
+
 void prslv_sumbounds(double m, int32_t ubk, double ubl, double ubu, int32_t vbk, double vbl, double vbu, int32_t* bk,
                      double* bl, double* bu) {
   const bool low = prslv_lower(ubk) && (m > 0.0 ? prslv_lower(vbk) : prslv_upper(vbk));

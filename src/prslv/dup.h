@@ -2,6 +2,7 @@
 // things together as one.
 #pragma once
 
+#include "cpub/dupvec.h"
 #include "prslv/prslv_internal.h"
 
 namespace tarvo {
@@ -33,6 +34,20 @@ inline void prslv_splitdual(double m, double lower, double upper, double* vlower
   *vlower = m > 0.0 ? m * lower : -m * upper;
   *vupper = m > 0.0 ? m * upper : -m * lower;
 }
+
+// Parallel vectors whose factors are further apart than this are let alone: values come back divided by them.
+constexpr double prslv_maxmultiplier = 1e4;
+
+// Makes room for records of n integers and n doubles in all, so that none of them can fail between changes.
+int32_t prslv_reserve(prslvrun* run, int32_t type, int64_t n);
+
+// The first coefficient of column j in a live row.
+double prslv_firstlive(const prslvrun* run, int32_t j);
+// A free row that is not linear keeps its elements: a column in one can't be judged by its cost alone.
+bool prslv_inkeptrow(const prslvrun* run, int32_t j);
+
+// Where many long columns are parallel and cost differently, gives a free row to each such group, see duptrans.cpp.
+int32_t prslv_dupvartransform(prslvrun* run, const dupgroups& groups);
 
 constexpr int32_t prslv_keyof(bool low, bool upp) {
   return low ? (upp ? PRSLV_BK_RA : PRSLV_BK_LO) : upp ? PRSLV_BK_UP : PRSLV_BK_FR;

@@ -17,8 +17,6 @@ namespace tarvo {
 
 namespace {
 
-constexpr double maxmultiplier = 1e4;
-
 // Bounds of t by row i; -+the largest double where there is none.
 struct Member {
   int32_t i;
@@ -175,15 +173,6 @@ int32_t prslv_dupcon(prslvrun* run, int32_t i, int32_t k, double f) {
   return PRSLV_OK;
 }
 
-// Makes room for two records, so that the second can't fail after the first has been pushed.
-int32_t reserve(prslvrun* run, int32_t type, int32_t n) {
-  int32_t* ints = nullptr;
-  double* doubles = nullptr;
-  const int32_t result = prslv_beginpushstk(run, type, n + 16, n + 16, &ints, &doubles);
-  if (result == PRSLV_OK) run->p->stack.busy = false;
-  return result;
-}
-
 // Gives row i other bounds after it has taken in a column; a row without any goes.
 int32_t put_bounds(prslvrun* run, int32_t i, int32_t bk, double bl, double bu) {
   prslvprob* p = run->p;
@@ -220,7 +209,7 @@ int32_t take_columns(prslvrun* run, int32_t* alone) {
     if (run->concla[i] == 0 || run->connz[i] < 2) continue;
     // Equations of two elements are for the doubleton chains, which take a whole path at once.
     if (run->connz[i] == 2 && p->bkc[i] == PRSLV_BK_FX && run->par->eliminator != 0) continue;
-    if (std::fabs(a) < 1.0 / maxmultiplier || std::fabs(a) > maxmultiplier) continue;
+    if (std::fabs(a) < 1.0 / prslv_maxmultiplier || std::fabs(a) > prslv_maxmultiplier) continue;
     if (p->bkc[i] == PRSLV_BK_FX && alone[i] == 1) {
       result = prslv_rowtookcolumn(run, i, j, a);
     } else if (std::fabs(p->cx[j] + a * p->cc[i]) <= run->par->tol_s) {
@@ -255,7 +244,7 @@ int32_t check_group(const DupCon& d, Member* g, int32_t n) {
     const double f = root < 0 ? 1.0 : g[k].f / g[root].f;
     if (root < 0) {
       root = k;
-    } else if (std::fabs(f) <= maxmultiplier && std::fabs(f) >= 1.0 / maxmultiplier) {
+    } else if (std::fabs(f) <= prslv_maxmultiplier && std::fabs(f) >= 1.0 / prslv_maxmultiplier) {
       bounds_of_t(d, &g[root]);
       bounds_of_t(d, &g[k]);
       const bool rootlow = g[root].lower > g[k].upper + run->par->tol_x;
@@ -274,7 +263,7 @@ int32_t check_group(const DupCon& d, Member* g, int32_t n) {
 
 int32_t prslv_rowtookcolumn(prslvrun* run, int32_t i, int32_t j, double a) {
   prslvprob* p = run->p;
-  int32_t result = reserve(run, PRSLV_ROW_TOOK_COLUMN, run->connz[i]);
+  int32_t result = prslv_reserve(run, PRSLV_ROW_TOOK_COLUMN, run->connz[i]);
   if (result != PRSLV_OK) return result;
   int32_t* ints = nullptr;
   double* doubles = nullptr;
@@ -299,7 +288,7 @@ int32_t prslv_rowtookcolumn(prslvrun* run, int32_t i, int32_t j, double a) {
 int32_t prslv_dupconandvar(prslvrun* run, int32_t i, int32_t j, double a) {
   prslvprob* p = run->p;
   if (!prslv_livecon(run, i)) sysenv_fatal(run->env, "Constraint is free already");
-  int32_t result = reserve(run, PRSLV_DUP_CON_AND_VAR, run->connz[i]);
+  int32_t result = prslv_reserve(run, PRSLV_DUP_CON_AND_VAR, run->connz[i]);
   if (result != PRSLV_OK) return result;
   int32_t* ints = nullptr;
   double* doubles = nullptr;

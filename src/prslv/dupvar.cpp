@@ -15,7 +15,6 @@ namespace tarvo {
 namespace {
 
 constexpr double hugebound = 1e12;  // no place to put a column
-constexpr double maxmultiplier = 1e4;
 
 // A column of a group, scaled.
 struct Member {
@@ -23,13 +22,6 @@ struct Member {
   double f, r;
   bool low, upp;  // bounds of x' = f x
 };
-
-double first_live(const prslvrun* run, int32_t j) {
-  const spmat* a = run->p->acol;
-  for (int32_t t = a->ptrb[j]; t < a->ptre[j]; ++t)
-    if (prslv_livecon(run, a->sub[t]) && a->val[t] != 0.0) return a->val[t];
-  return 0.0;
-}
 
 bool is_free(const Member& c) { return !c.low && !c.upp; }
 
@@ -121,8 +113,8 @@ int32_t merge(prslvrun* run, Member* g, int32_t n) {
     if (!prslv_livevar(run, g[root].j) || is_free(g[root])) continue;
     for (int32_t k = root + 1; k < n && costs_as(run, g[root], g[k].r) && costs_as(run, g[k], g[root].r); ++k) {
       const double m = g[k].f / g[root].f;
-      if (is_free(g[k]) || !prslv_livevar(run, g[k].j) || std::fabs(m) > maxmultiplier ||
-          std::fabs(m) < 1.0 / maxmultiplier) {
+      if (is_free(g[k]) || !prslv_livevar(run, g[k].j) || std::fabs(m) > prslv_maxmultiplier ||
+          std::fabs(m) < 1.0 / prslv_maxmultiplier) {
         continue;
       }
       if (run->p->bkx[g[root].j] == PRSLV_BK_FR) break;
@@ -131,14 +123,6 @@ int32_t merge(prslvrun* run, Member* g, int32_t n) {
     }
   }
   return PRSLV_OK;
-}
-
-// A free row that is not linear keeps its elements: a column in one can't be judged by its cost alone.
-bool in_kept_row(const prslvrun* run, int32_t j) {
-  const spmat* a = run->p->acol;
-  for (int32_t t = a->ptrb[j]; t < a->ptre[j]; ++t)
-    if (run->concla[a->sub[t]] == 0 && !prslv_livecon(run, a->sub[t])) return true;
-  return false;
 }
 
 }  // namespace
@@ -159,19 +143,21 @@ int32_t prslv_checkdupvar(prslvrun* run) {
     if (prslv_livevar(run, j) && run->varcla[j] != 0 && run->varnz[j] > 0) cand[numcand++] = j;
   dupgroups groups;
   if (!spmat_dupvec(p->acol, mask, numcand, cand, run->par->tol_aij, &groups)) return PRSLV_SPACE;
+  const int64_t changes = run->changes;
   int32_t result = PRSLV_OK;
   for (int32_t g = 0; g < groups.count && result == PRSLV_OK && !prslv_stopped(run); ++g) {
     int32_t n = 0;
     for (int32_t j = groups.head[g]; j != groups.end; j = groups.next[j]) {
-      if (in_kept_row(run, j)) continue;
-      const double f = first_live(run, j);
+      if (prslv_inkeptrow(run, j)) continue;
+      const double f = prslv_firstlive(run, j);
       const bool low = prslv_lower(p->bkx[j]), upp = prslv_upper(p->bkx[j]);
       group[n++] = {j, f, p->cx[j] / f, f > 0.0 ? low : upp, f > 0.0 ? upp : low};
     }
     result = dominate(run, group, n);
     if (result == PRSLV_OK && !prslv_stopped(run)) result = merge(run, group, n);
   }
-  return result;
+  if (result != PRSLV_OK || prslv_stopped(run) || run->changes != changes) return result;
+  return prslv_dupvartransform(run, groups);
 }
 
 int32_t prslv_undodupvar(prslvwalk* w, int32_t /*type*/, const int32_t* ints, int32_t /*nints*/, const double* doubles,

@@ -95,5 +95,54 @@ TEST(Duplicates, RandomProblemsComeBack) {
   for (const int32_t count : seen) EXPECT_GT(count, runs / 50);
 }
 
+// A few columns, and long ranged ones that are multiples of one of them at costs of their own; a free row for them.
+IntLp long_parallel_problem(Choices* pick) {
+  static constexpr int64_t factor[] = {1, -1, 2, -2, 3, 1};
+  IntLp lp;
+  const auto rows = static_cast<std::size_t>(pick->between(5, 7));
+  lp.a.resize(rows + 1);
+  std::vector<int64_t> x, column(rows + 1, 0);
+  const auto add_column = [&](int64_t f, int64_t room) {
+    for (std::size_t i = 0; i <= rows; ++i) lp.a[i].push_back(f * column[i]);
+    x.push_back(pick->between(-2, 2));
+    lp.column.push_back(bound(4, x.back() - pick->between(0, 3), x.back() + pick->between(0, 3) + room));
+    lp.c.push_back(pick->between(-9, 9));
+  };
+  for (int32_t j = pick->between(2, 4); j > 0; --j) {
+    for (std::size_t i = 0; i < rows; ++i) column[i] = pick->chance(60) ? pick->between(-4, 4) : 0;
+    add_column(1, 1);
+  }
+  for (std::size_t i = 0; i < rows; ++i) column[i] = pick->between(1, 4) * (pick->chance(50) ? 1 : -1);
+  for (int32_t copies = pick->between(4, 6); copies > 0; --copies) add_column(factor[pick->below(6)], 1);
+  const bool feasible = pick->chance(90);
+  for (std::size_t i = 0; i < rows; ++i) {
+    int64_t activity = feasible ? 0 : pick->between(-3, 3);
+    for (std::size_t j = 0; j < x.size(); ++j) activity += lp.a[i][j] * x[j];
+    lp.row.push_back(bound(pick->below(3), activity, activity));
+  }
+  lp.row.push_back(bound(3, 0, 0));
+  return lp;
+}
+
+TEST(Duplicates, LongColumnsOfDifferentCosts) {
+  const int32_t first = setting("TARVO_SEED", 1), runs = setting("TARVO_RUNS", 1000);
+  int32_t failures = 0, transformed = 0;
+  for (int32_t seed = first; seed < first + runs && failures < 5; ++seed) {
+    Choices pick(static_cast<uint64_t>(seed));
+    const IntLp lp = long_parallel_problem(&pick);
+    const auto exact = exact_answer(lp);
+    if (!exact) continue;
+    tarvo::prslvpar par;
+    par.relax = par.eliminator = par.lindep = par.dualargs = seed % 3 == 0 ? 1 : 0;
+    const RoundTrip trip = roundtrip(plain(lp, seed % 5 < 2 ? static_cast<uint32_t>(seed) : 0), *exact, par);
+    // No column of these is free.
+    if (par.relax == 0) transformed += std::count(trip.reduced.bkx.begin(), trip.reduced.bkx.end(), 3) > 0 ? 1 : 0;
+    if (trip.wrong.empty()) continue;
+    ++failures;
+    ADD_FAILURE() << "seed " << seed << ": " << trip.wrong << "\n" << as_text(lp);
+  }
+  EXPECT_GT(transformed, runs / 10);
+}
+
 }  // namespace
 }  // namespace tarvo_test
