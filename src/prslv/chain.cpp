@@ -17,8 +17,8 @@ namespace tarvo {
 namespace {
 
 constexpr double maxfactor = 10000.0;  // of |f| and 1/|f|
-constexpr double maxshift = 1e8;      // of |g|
-constexpr double cancelled = 1e-7;    // a sum this much smaller than its terms may be noise
+constexpr double maxshift = 1e8;       // of |g|
+constexpr double cancelled = 1e-7;     // a sum this much smaller than its terms may be noise
 
 bool doubleton(const prslvelim* e, int32_t i) {
   return e->mark[i] != 0 && e->run->connz[i] == 2 && e->run->p->bkc[i] == PRSLV_BK_FX && e->rowused[i] == 0;
@@ -87,12 +87,14 @@ int32_t followchain(prslvelim* e, int32_t root) {
   return n;
 }
 
-// Whether the columns can be added up without sums that may be rounding noise.
+// Whether the columns can be added up without sums that may be rounding noise, and fit into a record.
 bool addsup(prslvelim* e, int32_t root, int32_t n) {
   const matlnkelem* x = e->m.elem.data();
   int32_t rows = 0;
-  bool good = true;
-  // racc: the sum so far; rowval: its largest term.
+  int64_t elements = 0;
+  for (int32_t k = 0; k < n; ++k) elements += 8 + e->run->varnz[e->queue[k]];
+  bool good = elements < INT32_MAX / 2;
+  // racc: the sum so far; mult: its largest term.
   for (int32_t k = -1; k < n; ++k) {
     const int32_t v = k < 0 ? root : e->queue[k];
     for (int32_t t = e->m.colhead[v]; t >= 0; t = x[t].cnext) {
@@ -156,7 +158,6 @@ int32_t pushchain(prslvelim* e, int32_t root, int32_t n, const Range& range) {
   const matlnkelem* x = e->m.elem.data();
   int64_t size = 0;
   for (int32_t k = 0; k < n; ++k) size += run->varnz[e->queue[k]];
-  if (size + 5 * int64_t{n} > INT32_MAX / 2) return PRSLV_SPACE;
   int32_t* ints;
   double* doubles;
   const auto total = static_cast<int32_t>(size);

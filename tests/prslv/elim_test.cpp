@@ -295,5 +295,48 @@ TEST(Dependency, BlocksOutOfBounds) {
   }
 }
 
+// Row 0 is fixed: it is added to row 1 twice and taken from row 2, and all of them carry costs.
+TEST(RowPivot, OperationsWithAFixedRowComeBack) {
+  using namespace roundtrip_detail;
+  Model m;
+  for (double cost : {1.0, -2.0, 3.0, -1.0}) m.add_column(cost, {RA, 0.0, 6.0});
+  m.add_row({FX, 7.0, 7.0}) = {1.0, 1.0, 1.0, 0.0};
+  m.add_row({RA, -9.0, 5.0}) = {-2.0, 1.0, 0.0, 1.0};
+  m.add_row({LO, 4.0, 0.0}) = {1.0, 1.0, 0.0, 3.0};
+  PlainLp p = m.plain();
+  p.cc = {2.0, -1.0, 0.5};
+  tarvo::sysenv* env = tarvo::sysenv_make(tarvo::SysKind::task, true, nullptr, nullptr, nullptr);
+  tarvo::prslvprob* q = tarvo::prslv_make(
+      env, {p.numcon, p.numvar, p.ptr.data(), p.ptr.data() + 1, p.sub.data(), p.val.data(), p.cfix, p.cc.data(),
+            p.cx.data(), p.bkc.data(), p.blc.data(), p.buc.data(), p.bkx.data(), p.blx.data(), p.bux.data()});
+  tarvo::prslvpar par;
+  tarvo::prslvstat stat;
+  const tarvo::prslvhook hook;
+  tarvo::prslvrun run{};
+  run.env = env;
+  run.p = q;
+  run.par = &par;
+  run.stat = &stat;
+  run.hook = &hook;
+  const int32_t rows[2] = {1, 2};
+  const double factors[2] = {2.0, -1.0};
+  ASSERT_EQ(tarvo::prslv_conpiv(&run, 0, 2, rows, factors), tarvo::PRSLV_OK);
+  for (std::size_t k = 0; k < 2; ++k)
+    for (std::size_t j = 0; j < m.c.size(); ++j) m.a[static_cast<std::size_t>(rows[k])][j] += factors[k] * m.a[0][j];
+  PlainLp changed = m.plain();
+  changed.cc.assign(q->cc.begin(), q->cc.end());
+  changed.cfix = q->cfix;
+  changed.blc.assign(q->blc.begin(), q->blc.end());
+  changed.buc.assign(q->buc.begin(), q->buc.end());
+  PlainSolution t(p.numcon, p.numvar);
+  plain_solve(env, plain_input(changed), plain_parameters(), &t);
+  tarvo::prslvsol s = view(&t);
+  EXPECT_EQ(tarvo::prslv_postsolvebas(par, q, &stat, &s), tarvo::PRSLV_OK);
+  EXPECT_EQ(plain_wrong(p, t, {Answer::optimal, false, 0.0}), "");
+  EXPECT_EQ(wrong_keys(p, t), "");
+  tarvo::prslv_delete(&q);
+  tarvo::sysenv_delete(&env);
+}
+
 }  // namespace
 }  // namespace tarvo_test
