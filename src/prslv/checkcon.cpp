@@ -96,7 +96,7 @@ static int32_t consin(prslvrun* run, int32_t i) {
 
   const bool hadlow = prslv_lower(p->bkx[j]), hadup = prslv_upper(p->bkx[j]);
   const double oldlow = hadlow ? p->blx[j] : -DBL_MAX, oldup = hadup ? p->bux[j] : DBL_MAX;
-  // Crossing is measured in the row: that is where the caller sees it.
+  // A bound is given up only where the row, too, stays within the tolerance.
   const double size = std::fabs(a) > 1.0 ? 1.0 / std::fabs(a) : 1.0;
   const double tol = run->par->tol_x;
   if ((hasup && hadlow && up < oldlow - tol * std::max(1.0, std::fabs(oldlow))) ||
