@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "support/differential.h"
+#include "support/random_lp.h"
 
 namespace tarvo_test {
 namespace {
@@ -46,6 +47,36 @@ TEST(RoundTrip, RandomProblemsComeBack) {
   // Most of such problems is for the presolve to solve.
   EXPECT_LT(after, before) << before;
   std::printf("rows and columns: %ld of %ld left\n", static_cast<long>(after), static_cast<long>(before));
+}
+
+// Larger problems with a known optimum, every third one with rows scaled apart.
+TEST(RoundTrip, LargerProblemsComeBack) {
+  const int32_t first = setting("TARVO_SEED", 1), runs = setting("TARVO_RUNS", 200);
+  int32_t failures = 0;
+  for (int32_t seed = first; seed < first + runs && failures < 5; ++seed) {
+    const auto random = static_cast<uint32_t>(seed);
+    const Lp lp =
+        random_lp(random, 5 + seed * 7 % 60, 5 + seed * 11 % 80, 0.02 + 0.01 * (seed % 13), seed % 3 == 0 ? 2.0 : 0.0);
+    PlainLp p;
+    p.numcon = lp.numcon;
+    p.numvar = lp.numvar;
+    p.ptr = lp.ptr;
+    p.sub = lp.sub;
+    p.val = lp.val;
+    p.cc.assign(lp.blc.size(), 0.0);
+    p.cx = lp.c;
+    p.bkc = lp.bkc;
+    p.blc = lp.blc;
+    p.buc = lp.buc;
+    p.bkx = lp.bkx;
+    p.blx = lp.blx;
+    p.bux = lp.bux;
+    p.cfix = lp.cfix;
+    const RoundTrip trip = roundtrip(p, {Answer::optimal, false, lp.optimum}, switches(seed));
+    if (trip.wrong.empty()) continue;
+    ++failures;
+    ADD_FAILURE() << "seed " << seed << ": " << trip.wrong;
+  }
 }
 
 // Ranges whose ends cross: by more than the tolerance a proof, by less a fixed value.
