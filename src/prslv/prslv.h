@@ -36,9 +36,8 @@ constexpr bool prslv_upper(int32_t bk) { return bk == PRSLV_BK_UP || bk == PRSLV
 enum PrslvResult : int32_t {
   PRSLV_OK = 0,
   PRSLV_SPACE = 1,       // out of memory: the problem is as far reduced as its records say, and usable
-  PRSLV_WORK_REAL = 2,   // room for doubles too small
-  PRSLV_WORK_INT = 3,    // room for integers too small
   PRSLV_POSTSOLVE = 24,  // a record can't be undone with this solution
+  PRSLV_NOTREADY = 100,  // out of memory before the first reduction: solve the given problem
 };
 
 // Settings of a run.
@@ -195,11 +194,11 @@ struct prslvinput {
 prslvprob* prslv_make(sysenv* env, const prslvinput& input);
 void prslv_delete(prslvprob** problem);
 
-// Reduces the problem once. When stat->status is not 0 in the end the presolve has settled it, and `itr` and `bas`
-// (each may be NULL) hold the solution or certificate of the REDUCED problem, to be brought back by the walks below
-// like any other. `defined` is 0 in a slot when presolve stopped without a certificate that it trusts. With
-// par.solution_request not 0 only the row checks run (a check of a solution, no full reduction). PRSLV_SPACE leaves a
-// usable, partly reduced problem.
+// Reduces the problem once. When stat->status is not 0 in the end the presolve has settled it, and `itr` holds the
+// solution or certificate of the REDUCED problem, to be brought back by prslv_postsolve like any other; `bas` (may be
+// NULL) holds a solution too, but no certificate. `defined` tells which slots are filled. With par.solution_request not
+// 0 only the row checks run (a check of a solution, no full reduction). PRSLV_SPACE leaves a usable, partly reduced
+// problem, PRSLV_NOTREADY one that is neither whole nor reduced.
 int32_t prslv_reduce(const prslvpar& par, prslvprob* problem, prslvsol* itr, prslvsol* bas, prslvstat* stat,
                      const prslvhook& hook);
 

@@ -366,7 +366,7 @@ void print_summary(const prslvrun* run) {
 
 int32_t reduce(prslvrun* run) {
   int32_t result = timed(run, PRSLV_TIME_SETUP, [&] { return prslv_init(run); });
-  if (result != PRSLV_OK && run->varnz == nullptr) return result;
+  if (result != PRSLV_OK) return result == PRSLV_SPACE ? PRSLV_NOTREADY : result;
   if (result == PRSLV_OK && run->par->use != 0) {
     result = passes(run);
     if (result == PRSLV_OK && !prslv_stopped(run) && run->par->solution_request == 0) {
@@ -423,7 +423,7 @@ int32_t prslv_reduce(const prslvpar& par, prslvprob* problem, prslvsol* itr, prs
   int32_t result = hook.func != nullptr ? hook.func(hook.handle, event_begin, stat) : PRSLV_OK;
   if (result == PRSLV_OK) result = reduce(&run);
   spmat_delete(&run.acolt);
-  stat->outofspace = result == PRSLV_SPACE ? 1 : 0;
+  stat->outofspace = result == PRSLV_SPACE || result == PRSLV_NOTREADY ? 1 : 0;
   ++stat->calls[PRSLV_TIME_TOTAL];
   stat->time[PRSLV_TIME_TOTAL] += sysenv_cputime() - start;
   if (run.varnz != nullptr) print_summary(&run);

@@ -129,7 +129,7 @@ void clear(const SimplexInput& in, const SimplexSolution& s) {
 // What became of one try with the presolve.
 enum class Outcome {
   done,      // statuses, solution and stop code stand
-  unproven,  // a certificate does not hold on the given problem, or the solution can't be brought back
+  unproven,  // a certificate does not hold on the given problem, the solution can't be brought back, or none was made
 };
 
 struct HookHandle {
@@ -188,6 +188,7 @@ Outcome attempt(const SimplexCall& call, const prslvpar& par, prslvprob* p, prsl
   hook.func = on_presolve;
   prslvsol itr = view(*call.solution);
   const int32_t result = prslv_reduce(par, p, &itr, nullptr, stat, hook);
+  if (result == PRSLV_NOTREADY) return Outcome::unproven;
   info->resp = result == PRSLV_SPACE ? SIM_RESP_OK : result;  // what was reduced before memory ran out counts
   if (info->resp != SIM_RESP_OK) {
     clear(*call.input, *call.solution);

@@ -2,6 +2,7 @@
 // judged on its own data against the exact answer.
 #pragma once
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 namespace tarvo_test {
 
 struct RoundTrip {
+  int32_t result = 0;  // of prslv_reduce
   tarvo::prslvstat stat;
   PlainLp reduced;                            // what the simplex got: live rows and columns in order
   PlainSolution basic{0, 0}, interior{0, 0};  // what the walks made
@@ -115,6 +117,15 @@ inline PlainSolution between(const PlainSolution& s, const PlainSolution& t) {
   return mean;
 }
 
+// An allocator that gives up after `left` calls.
+struct Heap {
+  int64_t left = INT64_MAX;
+  static void* take(void* handle, std::size_t size) {
+    return static_cast<Heap*>(handle)->left-- > 0 ? std::malloc(size) : nullptr;
+  }
+  static void give(void*, void* pointer) { std::free(pointer); }
+};
+
 }  // namespace roundtrip_detail
 
 // What a basic solution has wrong beyond its values: the number of basic keys, keys without a bound, values off the
@@ -186,21 +197,32 @@ inline int32_t basis_rank(const PlainLp& p, const PlainSolution& s, double tol =
 }
 
 // Reduces p with the given switches, solves what is left, and walks back. The interior walk starts half way between two
-// vertices. An infeasible or unbounded problem must come back with a proof.
-inline RoundTrip roundtrip(const PlainLp& p, const ExactAnswer& exact, const tarvo::prslvpar& par = {}) {
+// vertices. An infeasible or unbounded problem must come back with a proof. With `allocations` memory runs out in the
+// course of prslv_reduce.
+inline RoundTrip roundtrip(const PlainLp& p, const ExactAnswer& exact, const tarvo::prslvpar& par = {},
+                           int64_t allocations = INT64_MAX) {
   using namespace roundtrip_detail;
   RoundTrip out;
-  tarvo::sysenv* env = tarvo::sysenv_make(tarvo::SysKind::task, true, nullptr, nullptr, nullptr);
+  Heap heap;
+  tarvo::sysenv* env = tarvo::sysenv_make(tarvo::SysKind::task, true, &heap, Heap::take, Heap::give);
   tarvo::prslvprob* q = tarvo::prslv_make(
       env, {p.numcon, p.numvar, p.ptr.data(), p.ptr.data() + 1, p.sub.data(), p.val.data(), p.cfix, p.cc.data(),
             p.cx.data(), p.bkc.data(), p.blc.data(), p.buc.data(), p.bkx.data(), p.blx.data(), p.bux.data()});
   PlainSolution itr(p.numcon, p.numvar), bas(p.numcon, p.numvar);
   tarvo::prslvsol itr_view = view(&itr), bas_view = view(&bas);
-  const int32_t reduced = tarvo::prslv_reduce(par, q, &itr_view, &bas_view, &out.stat, {});
+  heap.left = allocations;
+  out.result = tarvo::prslv_reduce(par, q, &itr_view, &bas_view, &out.stat, {});
+  heap.left = INT64_MAX;
+  if (out.result == tarvo::PRSLV_NOTREADY) {
+    tarvo::prslv_delete(&q);
+    if (tarvo::sysenv_delete(&env) != tarvo::SYS_OK) out.wrong = "memory left";
+    return out;
+  }
   std::vector<int32_t> rows, columns;
   out.reduced = live_part(*q, par.use == 0, &rows, &columns);
   bool has_basis = true;
-  if (reduced != tarvo::PRSLV_OK) out.wrong = "reduce " + std::to_string(reduced);
+  if (out.result != (out.stat.outofspace != 0 ? tarvo::PRSLV_SPACE : tarvo::PRSLV_OK))
+    out.wrong = "reduce " + std::to_string(out.result);
   if (out.stat.status == 0) {
     PlainSolution t(out.reduced.numcon, out.reduced.numvar);
     plain_solve(env, plain_input(out.reduced), plain_parameters(), &t);

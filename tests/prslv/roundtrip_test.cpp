@@ -79,6 +79,23 @@ TEST(RoundTrip, LargerProblemsComeBack) {
   }
 }
 
+// Memory that runs out leaves a problem that is reduced as far as its records say.
+TEST(RoundTrip, OutOfMemory) {
+  for (int32_t seed = 1; seed <= 60; ++seed) {
+    Choices pick(static_cast<uint64_t>(seed));
+    const IntLp lp = random_problem(&pick);
+    const auto exact = exact_answer(lp);
+    if (!exact) continue;
+    const PlainLp p = plain(lp);
+    bool ran_out = true;
+    for (int64_t k = 0; ran_out; ++k) {
+      const RoundTrip trip = roundtrip(p, *exact, {}, k);
+      ASSERT_EQ(trip.wrong, "") << "seed " << seed << " allocation " << k << "\n" << as_text(lp);
+      ran_out = trip.result != tarvo::PRSLV_OK;
+    }
+  }
+}
+
 // Ranges whose ends cross: by more than the tolerance a proof, by less a fixed value.
 TEST(RoundTrip, CrossedRanges) {
   for (const bool row : {true, false}) {
