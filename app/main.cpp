@@ -1,10 +1,12 @@
 // tarvo: solves a problem file from the command line.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include "names.h"
 #include "result.h"
@@ -15,10 +17,10 @@ namespace {
 using namespace app;
 
 struct Options {
-  std::string file, optimizer, write, solution, json, mps_format = "auto", pattern;
+  std::string file, optimizer, write, solution, json, mps_format = "auto", pattern, presolve, repair, sensitivity;
   std::vector<std::string> params;
   double time_limit = 0;
-  bool no_solve = false, quiet = false, list = false;
+  bool no_solve = false, quiet = false, list = false, sensitive = false, infeas_report = false;
 };
 
 double seconds_since(std::chrono::steady_clock::time_point start) {
@@ -44,6 +46,8 @@ void set_params(const Session& session, const Options& options) {
   for (const std::string& setting : options.params) set_param(session, setting);
   if (!options.optimizer.empty()) TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer_value(options.optimizer));
   if (options.time_limit > 0) TRV_putdouparam(task, TRV_DPAR_OPTIMIZER_MAX_TIME, options.time_limit);
+  if (!options.presolve.empty()) set_param(session, "PRESOLVE_USE=" + options.presolve);
+  if (options.infeas_report) TRV_putintparam(task, TRV_IPAR_INFEAS_REPORT_AUTO, TRV_ON);
   if (options.mps_format != "auto") set_param(session, "READ_MPS_FORMAT=" + options.mps_format);
 }
 
@@ -97,6 +101,56 @@ void solve(Session& session, const Options& options, Result& result) {
   }
 }
 
+// Prints or writes the sensitivity of all bounds and costs, or of what SENSITIVITY_FILE_NAME asks for.
+void report_sensitivity(Session& session, const Options& options, std::FILE* log) {
+  TRVtask task = session.task;
+  char request[TRV_MAX_STR_LEN] = "";
+  int32_t length = 0;
+  TRV_getstrparam(task, TRV_SPAR_SENSITIVITY_FILE_NAME, sizeof request, &length, request);
+  if (length == 0) TRV_putintparam(task, TRV_IPAR_SENSITIVITY_ALL, TRV_ON);
+  if (!options.sensitivity.empty()) {
+    TRV_putstrparam(task, TRV_SPAR_SENSITIVITY_RES_FILE_NAME, options.sensitivity.c_str());
+  }
+  session.log_to(log);  // also with --quiet: it was asked for
+  const int32_t code = TRV_sensitivityreport(task, TRV_STREAM_MSG);
+  if (options.quiet) session.log_to(nullptr);
+  session.check(code, "no sensitivity report");
+}
+
+// Writes the problem with its bounds moved as little as makes it feasible.
+void write_repaired(Session& session, const Options& options) {
+  TRVtask task = session.task;
+  int32_t rows = 0, columns = 0;
+  TRV_getnumcon(task, &rows);
+  TRV_getnumvar(task, &columns);
+  const auto weights = [](int32_t n) { return std::vector<double>(static_cast<std::size_t>(std::max(n, 1)), 1.0); };
+  auto wlc = weights(rows), wuc = weights(rows), wlx = weights(columns), wux = weights(columns);
+  TRV_putintparam(task, TRV_IPAR_FEASREPAIR_OPTIMIZE, TRV_FEASREPAIR_OPTIMIZE_PENALTY);
+  TRVtask relaxed = nullptr;
+  session.check(TRV_relaxprimal(task, &relaxed, wlc.data(), wuc.data(), wlx.data(), wux.data()),
+                "the problem can't be repaired");
+  TRV_deletetask(&relaxed);
+  int32_t moved = 0;
+  for (const int32_t accmode : {TRV_ACC_CON, TRV_ACC_VAR}) {
+    const bool con = accmode == TRV_ACC_CON;
+    for (int32_t i = 0; i < (con ? rows : columns); ++i) {
+      const double lower = (con ? wlc : wlx)[static_cast<std::size_t>(i)];
+      const double upper = (con ? wuc : wux)[static_cast<std::size_t>(i)];
+      int32_t bk = TRV_BK_FR;
+      double bl = 0, bu = 0;
+      TRV_getbound(task, accmode, i, &bk, &bl, &bu);
+      if (lower == bl && upper == bu) continue;
+      ++moved;
+      if (bk == TRV_BK_FX && lower < upper) bk = TRV_BK_RA;
+      session.check(TRV_putbound(task, accmode, i, bk, lower, upper), "cannot move a bound");
+    }
+  }
+  session.check(TRV_writedata(task, options.repair.c_str()), "cannot write '" + options.repair + "'");
+  if (!options.quiet)
+    session.log("Repaired: " + std::to_string(moved) + " constraints or variables have new bounds in '" +
+                options.repair + "'.");
+}
+
 void write_json(const Session& session, const Result& result, const std::string& file) {
   const std::string text =
       to_json(session, result).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
@@ -119,7 +173,8 @@ int run(const Options& options) {
   Session session;
   // Standard output belongs to the JSON object or the table alone if one of them goes there.
   std::FILE* log = options.json == "-" || options.solution == "-" ? stderr : stdout;
-  session.log_to(options.quiet ? nullptr : log);
+  // --quiet silences the library by its log level; the report on an infeasible problem comes through.
+  session.log_to(options.quiet && !options.infeas_report ? nullptr : log);
   set_params(session, options);
 
   Result result;
@@ -139,6 +194,13 @@ int run(const Options& options) {
     if (!options.solution.empty()) write_table(session, result, options.solution);
   }
   if (!options.json.empty()) write_json(session, result, options.json);
+  if (options.sensitive) {
+    if (exit_status(result) == exit_optimal)
+      report_sensitivity(session, options, log);
+    else
+      complain("no sensitivity report without an optimal solution");
+  }
+  if (!options.repair.empty()) write_repaired(session, options);
   return exit_status(result);
 }
 
@@ -174,6 +236,18 @@ int parse_and_run(int argc, char** argv) {
   cli.add_option("--mps-format", options.mps_format,
                  "layout of MPS files: strict, relaxed, free, or auto: as the parameters say, else free")
       ->check(CLI::IsMember({"auto", "strict", "relaxed", "free"}));
+  cli.add_option("--presolve", options.presolve, "on or off: reduce the problem first")
+      ->check(CLI::IsMember({"on", "off"}));
+  CLI::Option* sensitivity =
+      cli.add_option("--sensitivity", options.sensitivity,
+                     "write shadow prices and ranges of all bounds and costs to this file, else to the screen")
+          ->expected(0, 1)
+          ->type_name("[FILE]");
+  cli.add_flag("--infeasibility-report", options.infeas_report, "say what makes a problem infeasible or unbounded");
+  CLI::Option* repair = cli.add_option(
+      "--repair", options.repair, "write the problem with its bounds moved by the least sum that makes it feasible");
+  no_solve->excludes(sensitivity)->excludes("--infeasibility-report");
+  repair->type_name("OUT.mps");
   CLI::Option* list = cli.add_option("--list-params", options.pattern, "list the parameters whose names match")
                           ->expected(0, 1)
                           ->type_name("[PATTERN]");
@@ -181,6 +255,7 @@ int parse_and_run(int argc, char** argv) {
   try {
     cli.parse(argc, argv);
     options.list = list->count() > 0;
+    options.sensitive = sensitivity->count() > 0;
     if (!options.list && options.file.empty()) throw CLI::RequiredError("FILE");
     if (options.solution == "-" && options.json == "-") {
       throw CLI::ValidationError("--solution and --json can't both go to standard output");

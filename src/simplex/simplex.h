@@ -143,6 +143,21 @@ int32_t simplex_makebasis(sysenv* env, int32_t numcon, simplexbasis* basis);
 void simplex_deletebasis(simplexbasis* basis);
 int32_t simplex_copybasis(sysenv* env, const simplexbasis& from, simplexbasis* to);  // *to is unchanged on failure
 
+// Scratch of simplex_factor, made once per run.
+struct SimplexFactorWork {
+  Array<int32_t> iwork;
+  Array<double> rwork;
+  Array<int32_t> artrow;  // [numcon], see simplex_factor
+};
+
+[[nodiscard]] bool simplex_makefactorwork(sysenv* env, int32_t numcon, SimplexFactorWork* work);
+
+// Factorises the basis. When its rank is below numcon, the columns without a pivot are replaced by logicals:
+// work->artrow[k] is then the row whose logical took position k, numcon for a position that stays, and *numart counts
+// the replaced ones; `basis->basis` itself is changed. Results: SIM_RESP_OK, _SPACE, _NUMERIC.
+int32_t simplex_factor(sysenv* env, int32_t numcon, const SimplexColumns& a, simplexbasis* basis,
+                       SimplexFactorWork* work, int32_t* numart);
+
 // Runs the primal simplex on a (scaled) problem from the given keys and basis: on entry skc, skx describe a basis
 // (par.clean != 0) or are to be filled by a crash. On exit the keys, xc, xx, y, sc, sx, prosta and solsta of info stand
 // for the original bounds. The result is info->resp.

@@ -19,21 +19,6 @@ inline double simplex_rand(int32_t* seed) {
   return (*seed + 1) / 32749.0;
 }
 
-// Scratch of simplex_factor, made once per run.
-struct SimplexFactorWork {
-  Array<int32_t> iwork;
-  Array<double> rwork;
-  Array<int32_t> artrow;  // [numcon], see simplex_factor
-};
-
-[[nodiscard]] bool simplex_makefactorwork(sysenv* env, int32_t numcon, SimplexFactorWork* work);
-
-// Factorises the basis. When its rank is below numcon, the columns without a pivot are replaced by logicals:
-// work->artrow[k] is then the row whose logical took position k, numcon for a position that stays, and *numart counts
-// the replaced ones; `basis->basis` itself is changed. Results: SIM_RESP_OK, _SPACE, _NUMERIC.
-int32_t simplex_factor(sysenv* env, int32_t numcon, const SimplexColumns& a, simplexbasis* basis,
-                       SimplexFactorWork* work, int32_t* numart);
-
 // After trouble with a fresh factor: true when its size of entries is suspicious; stricter pivoting is then set and the
 // caller factorises again.
 bool simplex_lustability(lu* factor);

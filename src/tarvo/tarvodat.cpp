@@ -6,8 +6,8 @@
 
 #include "tarvo/bufpool.h"
 #include "tarvo/log.h"
+#include "tarvo/tarvobas.h"
 #include "tarvo/tarvodat_internal.h"
-#include "tarvo/tarvosim.h"
 #include "tarvo/tarvosol.h"
 
 namespace tarvo {

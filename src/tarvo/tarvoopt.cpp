@@ -7,7 +7,9 @@
 #include "tarvo/bufpool.h"
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
+#include "tarvo/tarvobas.h"
 #include "tarvo/tarvodat.h"
+#include "tarvo/tarvoinf.h"
 #include "tarvo/tarvonam.h"
 #include "tarvo/tarvosim.h"
 #include "tarvo/tarvosol.h"
@@ -227,6 +229,7 @@ int32_t task_optimize(Task* task) {
   const double cpu0 = sysenv_cputime(), real0 = sysenv_realtime();
   if (response == TRV_RES_OK) {
     bufpool_release(task);
+    basissolve_delete(task);
     response = reset(task);
     if (response == TRV_RES_OK) response = optimize_selected(task, cpu0, real0);
   }
@@ -264,8 +267,10 @@ int32_t TRV_optimize(TRVtask task) {
   if (response != TRV_RES_OK) return response;
   ++task->num_optimizations;
   response = task_optimize(task);
-  if (task->ipar[TRV_IPAR_INFEAS_REPORT_AUTO] != TRV_OFF)
-    task_print(task, TRV_STREAM_MSG, "The infeasibility report is not available.\n");
+  if (task->ipar[TRV_IPAR_INFEAS_REPORT_AUTO] != TRV_OFF) {
+    const int32_t reported = infeas_autoreport(task);
+    if (response == TRV_RES_OK) response = reported;
+  }
   task->iinf[TRV_IINF_OPTIMIZE_RESPONSE] = response;
   return response;
 }

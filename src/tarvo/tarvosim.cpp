@@ -206,6 +206,4 @@ int32_t simplexoptimizer(Task* task, int32_t optimizer, double cpu0, double real
   return response;
 }
 
-void basissolve_delete(Task* task) { task->basis_solve = nullptr; }
-
 }  // namespace tarvo

@@ -9,7 +9,4 @@ namespace tarvo {
 // Writes TRV_SOL_BAS and the simplex items. A response code. cpu0, real0: the start times of the optimisation.
 int32_t simplexoptimizer(Task* task, int32_t optimizer, double cpu0, double real0);
 
-// Frees the factor of TRV_initbasissolve; NULL allowed.
-void basissolve_delete(Task* task);
-
 }  // namespace tarvo

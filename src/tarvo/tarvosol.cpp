@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "tarvo/frame.h"
+#include "tarvo/tarvobas.h"
 #include "tarvo/tarvodat.h"
 
 namespace tarvo {
@@ -293,6 +294,7 @@ int32_t sol_make(Task* task, int32_t whichsol) {
 }
 
 int32_t sol_makezero(Task* task, int32_t whichsol) {
+  if (whichsol == TRV_SOL_BAS) basissolve_delete(task);
   const int32_t response = sol_make(task, whichsol);
   if (response != TRV_RES_OK) return response;
   Solution& sol = task->sol[whichsol];
@@ -345,6 +347,7 @@ int32_t sol_recapacity(Task* task, int32_t maxnumcon, int32_t maxnumvar, int32_t
 }
 
 void sol_delete(Task* task, int32_t whichsol) {
+  if (whichsol == TRV_SOL_BAS) basissolve_delete(task);
   Solution& sol = task->sol[whichsol];
   sol.keys.reset();
   sol.values.reset();
@@ -358,6 +361,7 @@ void sol_deleteall(Task* task) {
 // ---- Status rules ----------------------------------------------------------------------------------------------
 
 void sol_newcon(Task* task, int32_t i) {
+  basissolve_delete(task);
   for (int32_t s = 0; s < 3; ++s) {
     if (!sol_defined(task, s)) continue;
     Solution& sol = task->sol[s];
@@ -374,6 +378,7 @@ void sol_newcon(Task* task, int32_t i) {
 }
 
 void sol_newvar(Task* task, int32_t j) {
+  basissolve_delete(task);
   for (int32_t s = 0; s < 3; ++s) {
     if (!sol_defined(task, s)) continue;
     Solution& sol = task->sol[s];
@@ -389,6 +394,7 @@ void sol_newvar(Task* task, int32_t j) {
 }
 
 void sol_changec(Task* task) {
+  basissolve_delete(task);
   for (int32_t s = 0; s < 3; ++s) {
     if (!sol_defined(task, s)) continue;
     lower_all(primal_prosta, &task->sol[s].prosta);
@@ -397,6 +403,7 @@ void sol_changec(Task* task) {
 }
 
 void sol_changebound(Task* task, int32_t accmode, int32_t i, int32_t bk, double bl, double bu) {
+  basissolve_delete(task);
   const bool con = accmode == TRV_ACC_CON;
   const Bound old =
       con ? Bound{task->bkc[i], task->blc[i], task->buc[i]} : Bound{task->bkx[i], task->blx[i], task->bux[i]};
@@ -410,6 +417,7 @@ void sol_changebound(Task* task, int32_t accmode, int32_t i, int32_t bk, double 
 }
 
 void sol_changeaij(Task* task, int32_t j) {
+  basissolve_delete(task);
   for (int32_t s = 0; s < 3; ++s) {
     if (!sol_defined(task, s)) continue;
     Solution& sol = task->sol[s];
@@ -425,6 +433,7 @@ void sol_changeaij(Task* task, int32_t j) {
 }
 
 void sol_compact(Task* task, int32_t accmode, int32_t oldcount, const int32_t* keep) {
+  basissolve_delete(task);
   for (int32_t s = 0; s < 3; ++s) {
     if (task->sol[s].keys.empty()) continue;
     const SolutionView view = sol_view(task, s);

@@ -37,7 +37,8 @@ int32_t sol_recapacity(Task* task, int32_t maxnumcon, int32_t maxnumvar, int32_t
 void sol_delete(Task* task, int32_t whichsol);
 void sol_deleteall(Task* task);
 
-// Status rules: each lowers the status of every defined solution as far as one edit asks for.
+// Status rules: each lowers the status of every defined solution as far as one edit asks for, and drops the factor of
+// the basis solves.
 void sol_newcon(Task* task, int32_t i);  // after constraint i was appended
 void sol_newvar(Task* task, int32_t j);  // after variable j was appended
 void sol_changec(Task* task);            // an element of c takes another value

@@ -1,5 +1,6 @@
 // The exported calls that put and query solutions; the measures of a solution are in tarvosolinf.cpp.
 #include "tarvo/frame.h"
+#include "tarvo/tarvobas.h"
 #include "tarvo/tarvodat.h"
 #include "tarvo/tarvosol.h"
 
@@ -100,6 +101,7 @@ int32_t TRV_solutiondef(TRVtask task, int32_t whichsol, int32_t* isdef) {
 
 int32_t TRV_undefsolution(TRVtask task, int32_t whichsol) {
   const int32_t response = check_call(task, whichsol);
+  if (response == TRV_RES_OK && whichsol == TRV_SOL_BAS) basissolve_delete(task);
   if (response == TRV_RES_OK) task->sol[whichsol].defined = 0;
   return response;
 }
@@ -258,6 +260,7 @@ int32_t TRV_putsolution(TRVtask task, int32_t whichsol, const int32_t* skc, cons
   k = with_cones ? first_invalid(skn, task->numcone) : -1;
   if (k >= 0) return report<TRV_RES_ERR_INV_SKN>(task, k);
 
+  if (whichsol == TRV_SOL_BAS) basissolve_delete(task);
   copy_out(view.skc, skc, numcon);
   copy_out(view.skx, skx, numvar);
   if (with_cones) copy_out(view.skn, skn, task->numcone);
@@ -291,6 +294,7 @@ int32_t TRV_putsolutioni(TRVtask task, int32_t accmode, int32_t i, int32_t which
   if (!is_statuskey(sk)) return report<TRV_RES_ERR_INV_SK>(task, sk);
   const SolutionView view = sol_view(task, whichsol);
   const bool con = accmode == TRV_ACC_CON;
+  if (whichsol == TRV_SOL_BAS) basissolve_delete(task);
   (con ? view.skc : view.skx)[i] = sk;
   (con ? view.xc : view.xx)[i] = x;
   if (view.y != nullptr) {
@@ -308,6 +312,7 @@ int32_t TRV_putsolutionyi(TRVtask task, int32_t i, int32_t whichsol, double y) {
   response = check_item(task, TRV_ACC_CON, i);
   if (response != TRV_RES_OK) return response;
   const SolutionView view = sol_view(task, whichsol);
+  if (whichsol == TRV_SOL_BAS) basissolve_delete(task);
   if (view.y != nullptr) view.y[i] = y;
   return TRV_RES_OK;
 }

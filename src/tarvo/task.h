@@ -21,7 +21,7 @@ inline constexpr int max_warning = 1000;
 inline constexpr double infinity_bound = 1e30;  // the magnitude at which infinite bounds are stored
 
 struct BufferPool;  // tarvo/bufpool.h
-struct BasisSolve;  // tarvo/tarvosim.h: the factor of TRV_initbasissolve
+struct BasisSolve;  // tarvo/tarvobas.h: the factor of TRV_initbasissolve
 
 // Quadratic terms of the objective and the constraints: one triplet store, lower triangle (qsubi >= qsubj).
 struct QuadStore {
