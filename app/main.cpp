@@ -173,8 +173,7 @@ int run(const Options& options) {
   Session session;
   // Standard output belongs to the JSON object or the table alone if one of them goes there.
   std::FILE* log = options.json == "-" || options.solution == "-" ? stderr : stdout;
-  // --quiet silences the library by its log level; the report on an infeasible problem comes through.
-  session.log_to(options.quiet && !options.infeas_report ? nullptr : log);
+  session.log_to(options.quiet ? nullptr : log);
   set_params(session, options);
 
   Result result;
@@ -190,7 +189,10 @@ int run(const Options& options) {
     session.check(TRV_writedata(session.task, options.write.c_str()), "cannot write '" + options.write + "'");
   }
   if (!options.no_solve) {
+    // --quiet silences the library by its log level: the report on an infeasible problem alone comes through.
+    if (options.infeas_report) session.log_to(log);
     solve(session, options, result);
+    if (options.quiet) session.log_to(nullptr);
     if (!options.solution.empty()) write_table(session, result, options.solution);
   }
   if (!options.json.empty()) write_json(session, result, options.json);
@@ -256,6 +258,9 @@ int parse_and_run(int argc, char** argv) {
     cli.parse(argc, argv);
     options.list = list->count() > 0;
     options.sensitive = sensitivity->count() > 0;
+    // "--sensitivity FILE" alone: the problem, as nobody asks for the sensitivity of nothing.
+    if (options.sensitive && options.file.empty()) std::swap(options.file, options.sensitivity);
+    if (options.sensitivity == "-") options.sensitivity.clear();
     if (!options.list && options.file.empty()) throw CLI::RequiredError("FILE");
     if (options.solution == "-" && options.json == "-") {
       throw CLI::ValidationError("--solution and --json can't both go to standard output");

@@ -224,4 +224,27 @@ TEST_F(App, ConvertsAndWritesTheSolution) {
   EXPECT_EQ(run("-q -w nowhere/x.mps " + examples + "diet.mps").status, 6);
 }
 
+TEST_F(App, ExplainsAndRepairs) {
+  write("bad.mps",
+        "NAME bad\nROWS\n N obj\n L most\n G least\nCOLUMNS\n x obj 1 most 1\n x least 1\n"
+        "RHS\n RHS most 1 least 3\nENDATA\n");
+  const Outcome r = run("-q -o dual --presolve off --infeasibility-report --repair good.mps bad.mps");
+  EXPECT_EQ(r.status, 3) << r.err;
+  EXPECT_EQ(r.out.find("\nTARVO PRIMAL INFEASIBILITY REPORT.\n"), 0U) << r.out;
+  EXPECT_NE(r.out.find("\n0     most "), std::string::npos);
+  EXPECT_NE(r.out.find("\n1     least "), std::string::npos);
+  EXPECT_EQ(run("-q -o free-simplex good.mps").status, 0);
+}
+
+TEST_F(App, WritesSensitivity) {
+  const std::string file = examples + "diet.mps";
+  const Outcome screen = run("-q --sensitivity " + file);
+  EXPECT_EQ(screen.status, 0) << screen.err;
+  EXPECT_EQ(screen.out.find("BOUNDS CONSTRAINTS\nINDEX    NAME "), 0U) << screen.out;
+  EXPECT_EQ(run("-q --sensitivity result.txt " + file).status, 0);
+  EXPECT_EQ(read_file(dir / "result.txt"), screen.out);
+  EXPECT_EQ(run("-q -p MAX_NUM_WARNINGS=0 --no-solve --sensitivity - " + file).status, 1);
+  EXPECT_EQ(run("-q --presolve maybe " + file).status, 1);
+}
+
 }  // namespace

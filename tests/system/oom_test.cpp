@@ -75,6 +75,36 @@ constexpr Step steps[] = {
     {"resize", [](Scene& s) { return TRV_resizetask(s.task, 0, 0, 0, 0, 0); }},
     {"read", [](Scene& s) { return TRV_readdata(s.task, s.file.c_str()); }},
     {"solve", [](Scene& s) { return solve(s.task); }},
+    {"sensitivity",
+     [](Scene& s) {
+       TRV_putintparam(s.task, TRV_IPAR_SENSITIVITY_ALL, TRV_ON);
+       TRV_putintparam(s.task, TRV_IPAR_SENSITIVITY_TYPE, TRV_SENSITIVITY_TYPE_BASIS);
+       int32_t rc = TRV_sensitivityreport(s.task, TRV_STREAM_MSG);
+       TRV_putintparam(s.task, TRV_IPAR_SENSITIVITY_TYPE, TRV_SENSITIVITY_TYPE_OPTIMAL_PARTITION);
+       const int32_t zero = 0;
+       double v[4];
+       if (rc == 0) rc = TRV_dualsensitivity(s.task, 1, &zero, &v[0], &v[1], &v[2], &v[3]);
+       return rc;
+     }},
+    {"repair",
+     [](Scene& s) {
+       double wc[2][3] = {{1, 1, 1}, {1, 1, 1}}, wx[2][4] = {{1, 1, 1, 1}, {1, 1, 1, 1}};
+       TRV_putintparam(s.task, TRV_IPAR_FEASREPAIR_OPTIMIZE, TRV_FEASREPAIR_OPTIMIZE_COMBINED);
+       const int32_t rc = TRV_relaxprimal(s.task, &s.clone, wc[0], wc[1], wx[0], wx[1]);
+       EXPECT_EQ(s.clone == nullptr, rc != 0);
+       TRV_deletetask(&s.clone);
+       return rc;
+     }},
+    {"part",
+     [](Scene& s) {
+       int32_t rc = TRV_putbound(s.task, TRV_ACC_CON, 2, TRV_BK_UP, -1e30, -1);
+       if (rc == 0) rc = TRV_optimize(s.task);
+       if (rc == 0) rc = TRV_getinfeasiblesubproblem(s.task, TRV_SOL_BAS, &s.clone);
+       EXPECT_EQ(s.clone == nullptr, rc != 0);
+       TRV_deletetask(&s.clone);
+       if (rc == 0) rc = TRV_putbound(s.task, TRV_ACC_CON, 2, TRV_BK_UP, -1e30, 25);
+       return rc == 0 ? solve(s.task) : rc;
+     }},
     {"clone",
      [](Scene& s) {
        TRV_deletetask(&s.clone);  // what a failed call left
