@@ -311,6 +311,12 @@ Violations violations(Run* run) {
   for (int32_t i = 0; i < p.numcon; ++i) {
     const bool basic = cold || p.skc[i] == SIM_SK_BAS;
     count_violations(run->par, p.bkc[i], p.blc[i], p.buc[i], activity[i], basic, p.cc[i] + y[i], &v);
+    // What nonbasic values have moved by, the basic ones will have to make up for.
+    const double moved = basic ? 0.0 : std::fabs(activity[i] - p.xc[i]);
+    if (moved > run->par.tolx[SIM_PRIMAL]) {
+      ++v.numprimal;
+      v.primal += moved;
+    }
   }
   return v;
 }
@@ -500,11 +506,15 @@ void solve(Run* run) {
   // A factor that is left from another run stands for another scaling and order of the basis.
   lu_invalidate(run->basis->factor);
   const SimplexProblem& p = run->problem;
-  for (double* list : {p.sc, p.y}) std::fill_n(list, p.numcon, 0.0);
+  std::fill_n(p.sc, p.numcon, 0.0);
   std::fill_n(p.sx, p.numvar, 0.0);
   if (run->par.clean != 0) {
     verify_basis(run);
+    // The multipliers tell a free choice whether the start is dual feasible.
+    for (int32_t i = 0; i < p.numcon; ++i)
+      if (!std::isfinite(p.y[i]) || run->par.hotstartstatus != 0) p.y[i] = 0.0;
   } else {
+    std::fill_n(p.y, p.numcon, 0.0);
     std::fill_n(p.xc, p.numcon, 0.0);
     std::fill_n(p.xx, p.numvar, 0.0);
   }

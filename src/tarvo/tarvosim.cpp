@@ -166,6 +166,7 @@ int32_t run_simplex(Task* task, int32_t optimizer, const ColumnView& a, bool max
                              task->blx.data(),
                              task->bux.data()};
     SimplexSolution solution{view.skc, view.skx, view.xc, view.xx, view.y, view.slc, view.suc, view.slx, view.sux};
+    if (maximise && par.clean != start_cold) negate_duals(task, view);
     simplex_optimize(task->sys, par, &info, input, &solution, basis, events);
   }
   if (maximise) negate_duals(task, view);
