@@ -61,11 +61,7 @@ int32_t undo_varfixed(prslvwalk* w, int32_t type, const int32_t* ints, const dou
     const double a = doubles[k];
     if (prslv_lower(w->bkc[i])) w->blc[i] += a * value;
     if (prslv_upper(w->bkc[i])) w->buc[i] += a * value;
-    if (w->bkc[i] == PRSLV_BK_FR) {
-      w->cx[j] -= w->cc[i] * a;
-    } else {
-      sum += s->y[i] * a;
-    }
+    sum += s->y[i] * a;
     s->xc[i] += a * s->xx[j];
   }
   const double d = s->slx[j] - s->sux[j] - sum;
