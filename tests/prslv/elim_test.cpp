@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <random>
 
 #include "prslv/roundtrip.h"
@@ -90,77 +91,133 @@ struct Met {
   }
 };
 
+// A random problem with copies of columns, a square block and dependent rows.
+Model structured(uint32_t seed) {
+  std::mt19937 random(seed);
+  const auto upto = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+  Model m = from_random(
+      random_lp(seed, 6 + static_cast<int32_t>(random() % 12), 8 + static_cast<int32_t>(random() % 14), 0.25));
+  // Part of a column's elements moves to a copy w = f x that a doubleton row ties to it.
+  for (int k = 0; k < 5; ++k) {
+    const std::size_t j = upto(m.c.size());
+    const double f = std::vector<double>{1.0, -1.0, 2.0, -0.5}[upto(4)];
+    const auto& b = m.column[j];
+    const Model::Side s = f > 0.0 ? Model::Side{b.key, b.low * f, b.upp * f}
+                                  : Model::Side{b.key == LO   ? UP
+                                                : b.key == UP ? LO
+                                                              : b.key,
+                                                b.upp * f, b.low * f};
+    const auto w = static_cast<std::size_t>(m.add_column(0.0, upto(2) == 0 ? s : Model::Side{FR, 0.0, 0.0}));
+    for (auto& r : m.a) {
+      if (r[j] == 0.0 || random() % 2 == 0) continue;
+      r[w] = r[j] / f;
+      r[j] = 0.0;
+    }
+    auto& tie = m.add_row({FX, 0.0, 0.0});
+    tie[j] = f;
+    tie[w] = -1.0;
+  }
+  // A square block that determines its columns, which stand in other rows too.
+  const std::size_t size = 2 + upto(3), first = m.c.size();
+  std::vector<double> value(size);
+  for (std::size_t k = 0; k < size; ++k) {
+    value[k] = static_cast<double>(random() % 7) - 3.0;
+    const double cost = static_cast<double>(random() % 5) - 2.0;
+    m.add_column(cost, {RA, value[k] - static_cast<double>(random() % 2), value[k] + 2.0});
+    m.optimum += cost * value[k];
+  }
+  for (std::size_t i = 0; i < m.a.size(); ++i) {
+    const std::size_t k = upto(size);
+    m.a[i][first + k] = 2.0;
+    m.row[i].low += 2.0 * value[k];
+    m.row[i].upp += 2.0 * value[k];
+  }
+  for (std::size_t r = 0; r < size; ++r) {
+    double rhs = 0.0;
+    std::vector<double> e(size);
+    for (std::size_t k = 0; k < size; ++k) {
+      e[k] = r == k ? 7.0 : 1.0 + static_cast<double>(random() % 2);
+      rhs += e[k] * value[k];
+    }
+    auto& block = m.add_row({FX, rhs, rhs});
+    for (std::size_t k = 0; k < size; ++k) block[first + k] = e[k];
+  }
+  // Rows that others give.
+  for (int k = 0; k < 3; ++k) {
+    std::vector<double> sum(m.c.size(), 0.0);
+    double rhs = 0.0;
+    for (std::size_t i = 0; i < m.row.size(); ++i) {
+      if (m.row[i].key != FX || random() % 3 != 0) continue;
+      const double f = static_cast<double>(random() % 4) - 1.5;
+      for (std::size_t j = 0; j < sum.size(); ++j) sum[j] += f * m.a[i][j];
+      rhs += f * m.row[i].low;
+    }
+    m.add_row({FX, rhs, rhs}) = sum;
+  }
+  return m;
+}
+
 TEST(Eliminator, StructuresAddedToRandomProblemsComeBack) {
   Met met;
   for (uint32_t seed = 1; seed <= 400; ++seed) {
-    std::mt19937 random(seed);
-    const auto upto = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
-    Model m = from_random(
-        random_lp(seed, 6 + static_cast<int32_t>(random() % 12), 8 + static_cast<int32_t>(random() % 14), 0.25));
-    // Part of a column's elements moves to a copy w = f x that a doubleton row ties to it.
-    for (int k = 0; k < 5; ++k) {
-      const std::size_t j = upto(m.c.size());
-      const double f = std::vector<double>{1.0, -1.0, 2.0, -0.5}[upto(4)];
-      const auto& b = m.column[j];
-      const Model::Side s = f > 0.0 ? Model::Side{b.key, b.low * f, b.upp * f}
-                                    : Model::Side{b.key == LO   ? UP
-                                                  : b.key == UP ? LO
-                                                                : b.key,
-                                                  b.upp * f, b.low * f};
-      const auto w = static_cast<std::size_t>(m.add_column(0.0, upto(2) == 0 ? s : Model::Side{FR, 0.0, 0.0}));
-      for (auto& r : m.a) {
-        if (r[j] == 0.0 || random() % 2 == 0) continue;
-        r[w] = r[j] / f;
-        r[j] = 0.0;
-      }
-      auto& tie = m.add_row({FX, 0.0, 0.0});
-      tie[j] = f;
-      tie[w] = -1.0;
-    }
-    // A square block that determines its columns, which stand in other rows too.
-    const std::size_t size = 2 + upto(3), first = m.c.size();
-    std::vector<double> value(size);
-    for (std::size_t k = 0; k < size; ++k) {
-      value[k] = static_cast<double>(random() % 7) - 3.0;
-      const double cost = static_cast<double>(random() % 5) - 2.0;
-      m.add_column(cost, {RA, value[k] - static_cast<double>(random() % 2), value[k] + 2.0});
-      m.optimum += cost * value[k];
-    }
-    for (std::size_t i = 0; i < m.a.size(); ++i) {
-      const std::size_t k = upto(size);
-      m.a[i][first + k] = 2.0;
-      m.row[i].low += 2.0 * value[k];
-      m.row[i].upp += 2.0 * value[k];
-    }
-    for (std::size_t r = 0; r < size; ++r) {
-      double rhs = 0.0;
-      std::vector<double> e(size);
-      for (std::size_t k = 0; k < size; ++k) {
-        e[k] = r == k ? 7.0 : 1.0 + static_cast<double>(random() % 2);
-        rhs += e[k] * value[k];
-      }
-      auto& block = m.add_row({FX, rhs, rhs});
-      for (std::size_t k = 0; k < size; ++k) block[first + k] = e[k];
-    }
-    // Rows that others give.
-    for (int k = 0; k < 3; ++k) {
-      std::vector<double> sum(m.c.size(), 0.0);
-      double rhs = 0.0;
-      for (std::size_t i = 0; i < m.row.size(); ++i) {
-        if (m.row[i].key != FX || random() % 3 != 0) continue;
-        const double f = static_cast<double>(random() % 4) - 1.5;
-        for (std::size_t j = 0; j < sum.size(); ++j) sum[j] += f * m.a[i][j];
-        rhs += f * m.row[i].low;
-      }
-      m.add_row({FX, rhs, rhs}) = sum;
-    }
-    const RoundTrip trip = m.run();
+    const RoundTrip trip = structured(seed).run();
     EXPECT_EQ(trip.wrong, "") << "seed " << seed;
     met.add(trip);
   }
   EXPECT_GT(met.eliminations, 400);
   EXPECT_GT(met.chains, 100);
   EXPECT_GT(met.dependent, 200);
+}
+
+// Allocates as often as it is told.
+struct Failing {
+  int64_t left;
+  static void* take(void* handle, std::size_t size) {
+    return static_cast<Failing*>(handle)->left-- > 0 ? std::malloc(size) : nullptr;
+  }
+  static void give(void*, void* pointer) { std::free(pointer); }
+};
+
+// Memory runs out at every call: the presolve stops with a problem that its records describe, so that solving what is
+// left and walking back gives the optimum all the same.
+TEST(Eliminator, RunsOutOfMemory) {
+  using namespace roundtrip_detail;
+  const PlainLp p = structured(3).plain();
+  int32_t stopped = 0;
+  bool done = false;
+  for (int64_t k = 0; !done && k < 5000; ++k) {
+    Failing failing{INT64_MAX};
+    tarvo::sysenv* env = tarvo::sysenv_make(tarvo::SysKind::task, true, &failing, Failing::take, Failing::give);
+    failing.left = k;
+    tarvo::prslvprob* q = tarvo::prslv_make(
+        env, {p.numcon, p.numvar, p.ptr.data(), p.ptr.data() + 1, p.sub.data(), p.val.data(), p.cfix, p.cc.data(),
+              p.cx.data(), p.bkc.data(), p.blc.data(), p.buc.data(), p.bkx.data(), p.blx.data(), p.bux.data()});
+    if (q != nullptr) {
+      PlainSolution itr(p.numcon, p.numvar), bas(p.numcon, p.numvar);
+      tarvo::prslvsol itr_view = view(&itr), bas_view = view(&bas);
+      tarvo::prslvpar par;
+      tarvo::prslvstat stat;
+      const int32_t res = tarvo::prslv_reduce(par, q, &itr_view, &bas_view, &stat, {});
+      EXPECT_TRUE(res == tarvo::PRSLV_OK || res == tarvo::PRSLV_SPACE || res == tarvo::PRSLV_NOTREADY) << res;
+      done = failing.left >= 0;
+      failing.left = INT64_MAX;
+      if (stat.status == 0 && res != tarvo::PRSLV_NOTREADY) {
+        std::vector<int32_t> rows, columns;
+        const PlainLp reduced = live_part(*q, false, &rows, &columns);
+        PlainSolution t(reduced.numcon, reduced.numvar);
+        plain_solve(env, plain_input(reduced), plain_parameters(), &t);
+        PlainSolution whole = spread(*q, t, rows, columns);
+        tarvo::prslvsol s = view(&whole);
+        EXPECT_EQ(tarvo::prslv_postsolvebas(par, q, &stat, &s), tarvo::PRSLV_OK);
+        EXPECT_EQ(plain_wrong(p, whole, {Answer::optimal, false, 0.0}), "") << "at call " << k;
+        stopped += res == tarvo::PRSLV_SPACE ? 1 : 0;
+      }
+      tarvo::prslv_delete(&q);
+    }
+    EXPECT_EQ(tarvo::sysenv_delete(&env), tarvo::SYS_OK) << "at call " << k;
+  }
+  EXPECT_TRUE(done);
+  EXPECT_GT(stopped, 5);
 }
 
 // min 5x + y + z + w with x implied by the rows; the pivot row is an inequality, so slot x stands for its activity and
