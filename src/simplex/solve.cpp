@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "simplex/clean.h"
 #include "simplex/driver.h"
 #include "simplex/scale.h"
 
@@ -508,6 +509,15 @@ void solve(Run* run) {
   const SimplexProblem& p = run->problem;
   std::fill_n(p.sc, p.numcon, 0.0);
   std::fill_n(p.sx, p.numvar, 0.0);
+  constexpr int32_t first_cleaning = 7;
+  if (run->par.clean >= first_cleaning) {
+    const int32_t resp = simplex_cleanstart(run->env, run->par.clean, p, run->basis);
+    // Without a factor the keys alone are the start.
+    if (resp == SIM_RESP_SPACE) {
+      stop(run, resp);
+      return;
+    }
+  }
   if (run->par.clean != 0) {
     verify_basis(run);
     // The multipliers tell a free choice whether the start is dual feasible.

@@ -1,9 +1,11 @@
 // simplex_optimize on plain arrays, judged on the original data.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "optimize/solcheck.h"
+#include "simplex/clean.h"
 #include "simplex/simplex.h"
 #include "support/random_lp.h"
 
@@ -367,6 +369,96 @@ TEST(SimplexOptimize, RestartsFromABasisOfAnotherShape) {
     if (k == SIM_SK_BAS) k = SIM_SK_UNK;  // too few
   solver.run(par);
   solver.expect_optimal();
+}
+
+// A point half way between the optimum and another vertex, with the optimum's multipliers, and no basis.
+class Cleaning : public testing::TestWithParam<std::tuple<int, int>> {};
+
+TEST_P(Cleaning, FindsTheOptimumFromAPointWithoutABasis) {
+  const auto [mode, optimizer] = GetParam();
+  for (unsigned seed = 0; seed < 30; ++seed) {
+    SCOPED_TRACE(seed);
+    const Lp lp = random_lp(seed, 5 + static_cast<int32_t>(seed) % 20, 8 + static_cast<int32_t>(seed) * 2);
+    Solver solver(lp);
+    solver.run(defaults());
+    solver.expect_optimal();
+    if (solver.info.solsta != 1) continue;
+    Solver other(lp);
+    for (double& c : other.lp.c) c = 0.0;
+    other.run(defaults());
+    if (other.info.solsta != 1) continue;
+    const auto blend = [](std::vector<double>* x, const std::vector<double>& with, std::vector<int32_t>* sk,
+                          const std::vector<int32_t>& bk, const std::vector<double>& bl,
+                          const std::vector<double>& bu) {
+      for (std::size_t k = 0; k < x->size(); ++k) {
+        const double v = (*x)[k] = 0.5 * ((*x)[k] + with[k]);
+        const bool low = bk[k] != SIM_BK_UP && bk[k] != SIM_BK_FR, upp = bk[k] != SIM_BK_LO && bk[k] != SIM_BK_FR;
+        (*sk)[k] = low && v <= bl[k] ? SIM_SK_LOW : upp && v >= bu[k] ? SIM_SK_UPR : SIM_SK_SUPBAS;
+      }
+    };
+    blend(&solver.xx, other.xx, &solver.skx, lp.bkx, lp.blx, lp.bux);
+    blend(&solver.xc, other.xc, &solver.skc, lp.bkc, lp.blc, lp.buc);
+    if (seed % 5 == 4)
+      for (double& x : solver.xx) x += 1e-3;  // not even feasible
+    simplexpar par = defaults();
+    par.clean = mode;
+    par.optimizer = optimizer;
+    solver.run(par);
+    solver.expect_optimal();
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Modes, Cleaning, testing::Combine(testing::Values(7, 8, 9), testing::Values(0, 1, 2)));
+
+// Columns that are alike, nearly dependent and badly scaled: the crash must come out with a basis.
+TEST(SimplexCrash, CompletesWhatIsDependent) {
+  sysenv* env = sysenv_make(SysKind::task, true, nullptr, nullptr, nullptr);
+  {
+    constexpr int32_t m = 4, n = 6;
+    int32_t ptr[] = {0, 2, 4, 5, 7, 8, 9}, sub[] = {0, 1, 0, 1, 2, 2, 3, 3, 2};
+    double val[] = {1, 1, 2, 2, 1e9, 1, 1e-8, 1, 0.5};
+    double cc[m] = {}, cx[n] = {}, bl[n] = {}, bu[n], xc[m], xx[n], y[m] = {}, sc[m] = {}, sx[n] = {};
+    int32_t bkc[m], bkx[n], skc[m], skx[n];
+    std::fill_n(bu, n, 10.0);
+    std::fill_n(xx, n, 5.0);
+    std::fill_n(xc, m, 5.0);
+    std::fill_n(bkc, m, SIM_BK_FX);
+    std::fill_n(bkx, n, SIM_BK_RA);
+    std::fill_n(skc, m, SIM_SK_FIX);
+    std::fill_n(skx, n, SIM_SK_SUPBAS);
+    const SimplexProblem p{m,  n, {ptr, ptr + 1, sub, val}, 0.0, cc, cx, bkc, bl, bu, bkx, bl, bu, skc, xc, y, sc, skx,
+                           xx, sx};
+    simplexbasis basis;
+    ASSERT_EQ(simplex_makebasis(env, m, &basis), SIM_RESP_OK);
+    ASSERT_EQ(simplex_crash(env, p, &basis), SIM_RESP_OK);
+    EXPECT_TRUE(lu_isfactored(basis.factor));
+    EXPECT_EQ(std::count(skc, skc + m, SIM_SK_BAS) + std::count(skx, skx + n, SIM_SK_BAS), m);
+    EXPECT_NE(skx[0] == SIM_SK_BAS, skx[1] == SIM_SK_BAS);  // the same direction twice
+    EXPECT_EQ(skx[5], SIM_SK_BAS);                          // the one fit column of its row
+    EXPECT_EQ(skx[4], SIM_SK_BAS);
+    simplex_deletebasis(&basis);
+  }
+  EXPECT_EQ(sysenv_delete(&env), SYS_OK);
+}
+
+// The point stays feasible, and what can go to a bound goes there.
+TEST(SimplexCrash, MovesLooseColumnsToBounds) {
+  sysenv* env = sysenv_make(SysKind::task, true, nullptr, nullptr, nullptr);
+  constexpr int32_t m = 2, n = 3;
+  int32_t ptr[] = {0, 2, 3, 4}, sub[] = {0, 1, 0, 1};
+  double val[] = {1, -1, 1, 2};
+  double cc[m] = {}, cx[n] = {}, blc[m] = {0, -4}, buc[m] = {8, 4}, blx[n] = {0, 0, 0}, bux[n] = {2, 9, 9};
+  double xc[m] = {4, 1}, xx[n] = {1, 3, 1}, y[m] = {}, sc[m] = {}, sx[n] = {};
+  int32_t bkc[m] = {SIM_BK_RA, SIM_BK_RA}, bkx[n] = {SIM_BK_RA, SIM_BK_RA, SIM_BK_LO};
+  int32_t skc[m] = {SIM_SK_SUPBAS, SIM_SK_SUPBAS}, skx[n] = {SIM_SK_SUPBAS, SIM_SK_SUPBAS, SIM_SK_SUPBAS};
+  const SimplexProblem p{
+      m, n, {ptr, ptr + 1, sub, val}, 0.0, cc, cx, bkc, blc, buc, bkx, blx, bux, skc, xc, y, sc, skx, xx, sx};
+  ASSERT_TRUE(simplex_cleanprimalsmartcrash(env, p));
+  EXPECT_EQ(skx[0], SIM_SK_UPR);
+  EXPECT_EQ(skx[1], SIM_SK_LOW);
+  EXPECT_EQ(skx[2], SIM_SK_LOW);
+  EXPECT_EQ(xc[0], xx[0] + xx[1]);
+  EXPECT_EQ(xc[1], -xx[0] + 2 * xx[2]);
+  EXPECT_EQ(sysenv_delete(&env), SYS_OK);
 }
 
 }  // namespace
