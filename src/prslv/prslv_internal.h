@@ -169,8 +169,9 @@ int32_t prslv_rowtookcolumn(prslvrun* run, int32_t i, int32_t j, double a);
 // Lets fixed rows take in columns that stand in no other row, as the last step.
 int32_t prslv_takesingletons(prslvrun* run);  // relax.cpp
 int32_t prslv_elimination(prslvrun* run, int32_t i, int32_t j,
-                          double a);               // elimination.cpp: free column j of row i alone
-int32_t prslv_numdoubletons(const prslvrun* run);  // eliminator.cpp
+                          double a);  // elimination.cpp: free column j of row i alone
+// eliminator.cpp; fixed rows with two elements, -1 when no row or column is short enough for an elimination to pay.
+int32_t prslv_numdoubletons(const prslvrun* run);
 int32_t prslv_eliminator(prslvrun* run);
 int32_t prslv_chklinblkcon(prslvrun* run);  // depend.cpp
 
@@ -213,6 +214,6 @@ int32_t prslv_undodupvartransform(prslvwalk*, int32_t, const int32_t*, int32_t, 
 int32_t prslv_undoelimination(prslvwalk*, int32_t, const int32_t*, int32_t, const double*, int32_t);  // elimination.cpp
 int32_t prslv_undorowpivot(prslvwalk*, int32_t, const int32_t*, int32_t, const double*, int32_t);     // eliminator.cpp
 int32_t prslv_undochain(prslvwalk*, int32_t, const int32_t*, int32_t, const double*, int32_t);        // chain.cpp
-int32_t prslv_undoblkfix(prslvwalk*, int32_t, const int32_t*, int32_t, const double*, int32_t);       // depend.cpp
+int32_t prslv_undoblkfix(prslvwalk*, int32_t, const int32_t*, int32_t, const double*, int32_t);       // blkfix.cpp
 
 }  // namespace tarvo
