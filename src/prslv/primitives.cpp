@@ -112,6 +112,7 @@ void prslv_removevar(prslvrun* run, int32_t j, double value) {
   for_column(run, j, [&](int32_t i, double a) {
     if (prslv_lower(p->bkc[i])) p->blc[i] -= a * value;
     if (prslv_upper(p->bkc[i])) p->buc[i] -= a * value;
+    p->cfix += p->cc[i] * a * value;  // what the row's cost made of the column
     --run->connz[i];
     add_term(run, i, a, bk, bl, bu, -1);
     changed_term(run, i, a, prslv_lower(bk) ? bl : 0.0, prslv_upper(bk) ? bu : 0.0);

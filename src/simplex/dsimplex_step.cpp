@@ -195,12 +195,15 @@ void dsimplex_updatecosts(DualSimplex* d) {
       const int32_t j = s->row.sub[t];
       s->d[j] -= d->theta * s->row.val[j];
     }
-  // Members of the chosen group before the entering variable are past 0 by at most the tolerance.
+  // Members of the chosen group before the entering variable are past 0 by at most the tolerance. Their costs move a
+  // little further than to 0, so that they are no ties of later steps.
   for (int32_t k = d->firstchosen; k < d->endchosen; ++k) {
     const int32_t j = d->breaks[k].var;
     if (j == q || !(ps_dualinf(s, j) > 0.0)) continue;
-    s->cost[j] -= s->d[j];
-    s->d[j] = 0.0;
+    const double away = 10.0 * s->tols * simplex_rand(&s->info->seed);
+    const double to = s->stat[j] == PS_LOWER ? away : s->stat[j] == PS_UPPER ? -away : 0.0;
+    s->cost[j] += to - s->d[j];
+    s->d[j] = to;
     d->shifted = true;
   }
   s->d[p] = -d->theta;
