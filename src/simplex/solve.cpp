@@ -494,6 +494,11 @@ void finish_unscaled(Run* run, double before) {
   run->info->resp = stopped ? resp : SIM_RESP_OK;
   constexpr double clearly = 1000.0;
   if (solsta == solsta_optimal && before > clearly) run->info->solsta = solsta_near_optimal;
+  // A proof that does not hold proves nothing.
+  if ((solsta == solsta_farkas || solsta == solsta_ray) && !(before <= clearly)) {
+    settle(run, prosta_unknown, solsta_unknown);
+    if (run->info->resp == SIM_RESP_OK) stop(run, SIM_RESP_NUMERIC);
+  }
 }
 
 void solve(Run* run) {
