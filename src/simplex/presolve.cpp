@@ -180,12 +180,23 @@ Outcome simplex_postsolve(const SimplexCall& call, const prslvpar& par, const pr
   return info->resp == SIM_RESP_OK && info->solsta == 0 ? Outcome::unproven : Outcome::done;
 }
 
+void on_print(void* handle, const char* text) {
+  const SimplexEvents* events = static_cast<const HookHandle*>(handle)->events;
+  events->print(events->handle, text);
+}
+void on_name(void* handle, bool row, int32_t index, char* buffer, int32_t size) {
+  const SimplexEvents* events = static_cast<const HookHandle*>(handle)->events;
+  events->name(events->handle, row, index, buffer, size);
+}
+
 Outcome attempt(const SimplexCall& call, const prslvpar& par, prslvprob* p, prslvstat* stat) {
   simplexinfo* info = call.info;
   HookHandle handle{call.events, info};
   prslvhook hook;
   hook.handle = &handle;
   hook.func = on_presolve;
+  if (call.events->print != nullptr) hook.print = on_print;
+  if (call.events->name != nullptr) hook.name = on_name;
   prslvsol itr = view(*call.solution);
   const int32_t result = prslv_reduce(par, p, &itr, nullptr, stat, hook);
   if (result == PRSLV_NOTREADY) return Outcome::unproven;
