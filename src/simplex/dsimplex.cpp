@@ -12,12 +12,6 @@ constexpr int32_t event_begin = 42, event_setup = 43, event_setupdone = 44, even
                   event_end = 47;
 constexpr int32_t max_phase_changes = 6, max_rejected = 20;
 
-enum class Next {
-  iterate,
-  finished,  // a final status or a stop code stands
-  primal,    // the primal simplex goes on from here
-};
-
 void call_event(DualSimplex* d, int32_t event) {
   PrimalSimplex* s = &d->s;
   simplexinfo* info = s->info;
@@ -81,73 +75,73 @@ void enter_phase(DualSimplex* d) {
 }
 
 // The boxed problem is solved. Its objective is minus the sum of what is left of dual infeasibility.
-Next end_of_boxes(DualSimplex* d, int32_t* changes) {
+DsNext end_of_boxes(DualSimplex* d, int32_t* changes) {
   PrimalSimplex* s = &d->s;
   if (d->shifted) {
     // True costs first: they may be dual feasible, too, and a ray must be one of the true problem.
     dsimplex_truecosts(d);
     form_duals(d);
-    if (s->resp != 0) return Next::finished;
+    if (s->resp != 0) return DsNext::finished;
   }
   d->phase = 3;
   double sum = 0.0;
   dsimplex_putbounds(d);
   if (dsimplex_mend(d, false, &sum) == 0) {
     s->recompute = true;
-    return Next::iterate;
+    return DsNext::iterate;
   }
   // Dual infeasible, or the box gives no more: the primal tells an unbounded problem from an infeasible one.
-  if (++*changes > max_phase_changes) return Next::primal;
+  if (++*changes > max_phase_changes) return DsNext::primal;
   d->phase = 0;
   dsimplex_putbounds(d);
   psimplex_formxb(s);
-  if (s->resp != 0) return Next::finished;
+  if (s->resp != 0) return DsNext::finished;
   dsimplex_measureall(d);
   if (dsimplex_select(d) >= 0) {
     s->recompute = true;
-    return Next::iterate;
+    return DsNext::iterate;
   }
   d->phase = 3;
   dsimplex_putbounds(d);
   psimplex_formxb(s);
-  return Next::primal;
+  return DsNext::primal;
 }
 
 // No position is infeasible.
-Next no_leaving(DualSimplex* d, int32_t* changes) {
+DsNext no_leaving(DualSimplex* d, int32_t* changes) {
   PrimalSimplex* s = &d->s;
   if (!s->exact) {
     s->refactor = !s->fresh;
     s->recompute = true;
-    return Next::iterate;
+    return DsNext::iterate;
   }
   if (d->phase == 0) return end_of_boxes(d, changes);
   if (d->shifted) {
     dsimplex_truecosts(d);
     form_duals(d);
-    if (s->resp != 0) return Next::finished;
+    if (s->resp != 0) return DsNext::finished;
     s->recompute = false;
     for (int32_t j = 0; j < s->nn; ++j)
-      if (ps_dualinf(s, j) > s->tols) return Next::primal;
+      if (ps_dualinf(s, j) > s->tols) return DsNext::primal;
   }
   s->info->prosta = s->info->solsta = 1;
-  return Next::finished;
+  return DsNext::finished;
 }
 
 // No variable can enter: rho proves the problem infeasible, in the boxed problem it can't.
-Next no_entering(DualSimplex* d) {
+DsNext no_entering(DualSimplex* d) {
   PrimalSimplex* s = &d->s;
   if (!s->exact) {
     s->refactor = !s->fresh;
     s->recompute = true;
-    return Next::iterate;
+    return DsNext::iterate;
   }
-  if (d->phase == 0) return Next::primal;
+  if (d->phase == 0) return DsNext::primal;
   std::fill_n(s->y, s->m, 0.0);
   for (int32_t t = 0; t < s->rho.n; ++t) s->y[s->rho.sub[t]] = d->leaving * s->rho.val[s->rho.sub[t]];
   s->info->prosta = 4;
   s->info->solsta = 5;
-  return Next::finished;
+  return DsNext::finished;
 }
 
 void btran_row(DualSimplex* d) {
@@ -177,16 +171,16 @@ bool pivots_agree(const DualSimplex* d) {
 }
 
 // A pivot that can't be trusted: a better factor, and when there is none another row for now.
-Next reject_pivot(DualSimplex* d) {
+DsNext reject_pivot(DualSimplex* d) {
   PrimalSimplex* s = &d->s;
   if (!s->fresh) {
     s->refactor = s->recompute = true;
     simplex_raiserelpiv(s->basis->factor);
-    return Next::iterate;
+    return DsNext::iterate;
   }
   ++s->badevents;
   d->inf[s->leave] = 0.0;
-  return ++d->rejected > max_rejected ? Next::primal : Next::iterate;
+  return ++d->rejected > max_rejected ? DsNext::primal : DsNext::iterate;
 }
 
 void clear_vectors(PrimalSimplex* s) {
@@ -202,16 +196,16 @@ void count_iteration(DualSimplex* d) {
 }
 
 // One basis change.
-Next iterate(DualSimplex* d, int32_t* changes) {
+DsNext iterate(DualSimplex* d, int32_t* changes) {
   PrimalSimplex* s = &d->s;
   s->leave = dsimplex_select(d);
   if (s->leave < 0) return no_leaving(d, changes);
   if (d->iter >= s->par->maxiter[SIM_DUAL]) {
     s->resp = SIM_RESP_ITERATIONS;
-    return Next::finished;
+    return DsNext::finished;
   }
   btran_row(d);
-  if (!check_weight(d)) return Next::iterate;
+  if (!check_weight(d)) return DsNext::iterate;
   d->leaving = s->bas[s->leave].x > s->bas[s->leave].up ? 1.0 : -1.0;
   psimplex_rowproduct(s, s->rho, &s->row);
   if (!dsimplex_ratio(d)) return no_entering(d);
@@ -230,7 +224,7 @@ Next iterate(DualSimplex* d, int32_t* changes) {
   psimplex_changebasis(s);
   for (int32_t t = 0; t < s->alpha.n; ++t) dsimplex_measure(d, s->alpha.sub[t]);
   count_iteration(d);
-  return Next::iterate;
+  return DsNext::iterate;
 }
 
 // The objective has passed the cut: true when the run ends there.
@@ -239,7 +233,9 @@ bool above_cut(const DualSimplex* d) {
   return d->phase == 3 && !d->shifted && s->exact && s->par->hasupcut != 0 && s->pobj > s->par->upcut;
 }
 
-Next optimize(DualSimplex* d) {
+}  // namespace
+
+DsNext dsimplex_optimize(DualSimplex* d) {
   PrimalSimplex* s = &d->s;
   int32_t changes = 0;
   enter_phase(d);
@@ -259,13 +255,15 @@ Next optimize(DualSimplex* d) {
       s->resp = SIM_RESP_OBJCUT;
       break;
     }
-    if (s->badevents > s->par->maxsetbacks[SIM_DUAL]) return Next::primal;
-    const Next next = iterate(d, &changes);
-    if (next != Next::iterate) return next;
+    if (s->badevents > s->par->maxsetbacks[SIM_DUAL]) return DsNext::primal;
+    const DsNext next = iterate(d, &changes);
+    if (next != DsNext::iterate) return next;
     clear_vectors(s);
   }
-  return Next::finished;
+  return DsNext::finished;
 }
+
+namespace {
 
 // What the dual leaves to be done: true costs are in force, the basis is primal feasible or nothing is known.
 void finish_by_primal(DualSimplex* d) {
@@ -289,6 +287,35 @@ void finish_by_primal(DualSimplex* d) {
 
 }  // namespace
 
+int32_t dsimplex_begin(DualSimplex* d, const simplexpar& par, simplexinfo* info, SimplexProblem* problem,
+                       simplexbasis* basis, const SimplexEvents& events) {
+  PrimalSimplex* s = &d->s;
+  s->par = &par;
+  s->info = info;
+  s->prob = problem;
+  s->basis = basis;
+  s->events = &events;
+  s->resp = psimplex_make(s);
+  if (s->resp == 0 && !dsimplex_make(d)) s->resp = SIM_RESP_SPACE;
+  s->method = PS_FULL;
+  d->method = par.dualselect == 1 || par.dualselect == 2 ? 2 : par.dualselect == 3 ? 3 : 4;
+  d->iter = d->startiter = d->logiter = info->iter[SIM_DUAL];
+  d->infiter = info->infiter[SIM_DUAL];
+  d->degiter = info->degiter[SIM_DUAL];
+  return s->resp;
+}
+
+void dsimplex_setup(DualSimplex* d) {
+  PrimalSimplex* s = &d->s;
+  const simplexpar& par = *s->par;
+  psimplex_setup(s);
+  if (s->resp != 0 || par.clean != 0 || par.degen == 0 || par.haslowcut != 0 || par.hasupcut != 0) return;
+  s->phase = 2;
+  for (int32_t i = 0; i < s->m; ++i) s->bas[i].c = s->cost[s->head[i]];
+  form_duals(d);
+  dsimplex_perturbinit(d);
+}
+
 int32_t simplex_dualoptimizer(sysenv* env, const simplexpar& par, simplexinfo* info, SimplexProblem* problem,
                               simplexbasis* basis, const SimplexEvents& events) {
   DualSimplex state(env);
@@ -296,39 +323,20 @@ int32_t simplex_dualoptimizer(sysenv* env, const simplexpar& par, simplexinfo* i
   PrimalSimplex* s = &d->s;
   simplexpar own = par;
   own.primalcrash = 100;  // the start of the dual is the basis of logicals
-  s->par = &own;
-  s->info = info;
-  s->prob = problem;
-  s->basis = basis;
-  s->events = &events;
   info->resp = info->prosta = info->solsta = 0;
   const double start = sysenv_cputime();
-  s->resp = psimplex_make(s);
-  if (s->resp == 0 && !dsimplex_make(d)) s->resp = SIM_RESP_SPACE;
-  if (s->resp != 0) return info->resp = s->resp;
-  s->method = PS_FULL;
-  d->method = par.dualselect == 1 || par.dualselect == 2 ? 2 : par.dualselect == 3 ? 3 : 4;
-  d->iter = d->startiter = d->logiter = info->iter[SIM_DUAL];
-  d->infiter = info->infiter[SIM_DUAL];
-  d->degiter = info->degiter[SIM_DUAL];
-
+  if (dsimplex_begin(d, own, info, problem, basis, events) == SIM_RESP_SPACE) return info->resp = SIM_RESP_SPACE;
   lu* factor = basis->factor;
   const int32_t maxupd = lu_gettrh(factor, LU_TRH_MAXUPD);
   if (par.refactorfreq[SIM_DUAL] > 0) lu_puttrh(factor, LU_TRH_MAXUPD, par.refactorfreq[SIM_DUAL]);
   call_event(d, event_begin);
   if (s->resp == 0) call_event(d, event_setup);
-  if (s->resp == 0) psimplex_setup(s);
+  if (s->resp == 0) dsimplex_setup(d);
   if (s->resp == 0) call_event(d, event_setupdone);
-  if (s->resp == 0 && par.clean == 0 && par.degen != 0 && par.haslowcut == 0 && par.hasupcut == 0) {
-    s->phase = 2;
-    for (int32_t i = 0; i < s->m; ++i) s->bas[i].c = s->cost[s->head[i]];
-    form_duals(d);
-    dsimplex_perturbinit(d);
-  }
-  Next next = Next::finished;
-  if (s->resp == 0) next = optimize(d);
+  DsNext next = DsNext::finished;
+  if (s->resp == 0) next = dsimplex_optimize(d);
   const bool stopped = s->resp != 0 || info->solsta == 0;
-  if (next == Next::primal && s->resp == 0) {
+  if (next == DsNext::primal && s->resp == 0) {
     finish_by_primal(d);
   } else if (stopped && lu_isfactored(factor)) {
     // What a limit or a stop leaves stands for the true costs and bounds.

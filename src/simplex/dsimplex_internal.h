@@ -48,6 +48,19 @@ struct DualSimplex {
   int32_t rejected = 0;  // pivots refused in a row
 };
 
+enum class DsNext {
+  iterate,
+  finished,  // a final status or a stop code stands
+  primal,    // the primal simplex goes on from here
+};
+
+// dsimplex.cpp
+// The record for a run; all arguments live as long as it. SIM_RESP_OK or SIM_RESP_SPACE.
+int32_t dsimplex_begin(DualSimplex* d, const simplexpar& par, simplexinfo* info, SimplexProblem* problem,
+                       simplexbasis* basis, const SimplexEvents& events);
+void dsimplex_setup(DualSimplex* d);       // start: keys, values, factor, perturbed costs
+DsNext dsimplex_optimize(DualSimplex* d);  // the main loop
+
 // dsimplex_step.cpp
 void dsimplex_measure(DualSimplex* d, int32_t pos);  // inf of one position after its value changed
 void dsimplex_measureall(DualSimplex* d);

@@ -214,7 +214,7 @@ void dsimplex_updateweights(DualSimplex* d) {
   PrimalSimplex* s = &d->s;
   const int32_t r = s->leave;
   const double wr = d->w[r], pivot = s->alphaq;
-  constexpr double smallest = 1e-4, largest = 1e30;
+  constexpr double smallest = 1e-30, largest = 1e30;
   if (d->method != 4) {
     for (int32_t t = 0; t < s->alpha.n; ++t) {
       const int32_t i = s->alpha.sub[t];
@@ -238,9 +238,9 @@ void dsimplex_updateweights(DualSimplex* d) {
   v.n = 0;
   for (int32_t t = 0; t < s->alpha.n; ++t) {
     const int32_t i = s->alpha.sub[t];
-    const double f = s->alpha.val[i] / pivot;
-    d->w[i] =
-        std::min(std::max(d->w[i] + f * (f * wr - 2.0 * d->tau.val[i]), std::max(smallest, f * f * 1e-2)), largest);
+    const double f = s->alpha.val[i] / pivot, grown = d->w[i] + f * f * wr;
+    // What cancels almost wholly keeps the size of its rounding.
+    d->w[i] = std::min(std::max(grown - 2.0 * f * d->tau.val[i], 1e-9 * grown), largest);
   }
   d->w[r] = std::max(wr / (pivot * pivot), smallest);
   psimplex_clear(&d->tau);
