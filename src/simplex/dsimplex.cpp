@@ -77,18 +77,19 @@ void enter_phase(DualSimplex* d) {
 // The boxed problem is solved. Its objective is minus the sum of what is left of dual infeasibility.
 DsNext end_of_boxes(DualSimplex* d, int32_t* changes) {
   PrimalSimplex* s = &d->s;
-  if (d->shifted) {
-    // True costs first: they may be dual feasible, too, and a ray must be one of the true problem.
+  double sum = 0.0;
+  for (;;) {
+    d->phase = 3;
+    dsimplex_putbounds(d);
+    if (dsimplex_mend(d, false, &sum) == 0) {
+      s->recompute = true;
+      return DsNext::iterate;
+    }
+    if (!d->shifted) break;
+    // The true costs may be dual feasible where the moved ones are not.
     dsimplex_truecosts(d);
     form_duals(d);
     if (s->resp != 0) return DsNext::finished;
-  }
-  d->phase = 3;
-  double sum = 0.0;
-  dsimplex_putbounds(d);
-  if (dsimplex_mend(d, false, &sum) == 0) {
-    s->recompute = true;
-    return DsNext::iterate;
   }
   // Dual infeasible, or the box gives no more: the primal tells an unbounded problem from an infeasible one.
   if (++*changes > max_phase_changes) return DsNext::primal;

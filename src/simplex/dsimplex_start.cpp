@@ -35,7 +35,7 @@ void dsimplex_truecosts(DualSimplex* d) {
 // ratios tie.
 void dsimplex_perturbinit(DualSimplex* d) {
   PrimalSimplex* s = &d->s;
-  constexpr double relative = 5e-7;
+  constexpr double relative = 5e-5;
   double sum = 0.0, largest = 0.0;
   int32_t count = 0;
   for (int32_t j = 0; j < s->nn; ++j) {
