@@ -24,7 +24,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 # mode: (options of tarvo, of glpsol, of clp before the file is solved)
 MODES = {
-    "primal": (["-o", "primal"], ["--nopresol", "--primal"], ["-presolve", "off", "-primalsimplex"]),
+    "primal": (["-o", "primal", "--presolve", "off", "-p", "SIM_SOLVE_FORM=PRIMAL"], ["--nopresol", "--primal"], ["-presolve", "off", "-primalsimplex"]),
     "dual": (["-o", "dual"], ["--dual"], ["-dualsimplex"]),  # presolve on for all
     "free": (["-o", "free-simplex"], [], ["-dualsimplex"]),
 }
