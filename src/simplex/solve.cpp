@@ -577,6 +577,19 @@ int32_t simplex_solve(const SimplexCall& call) {
   return run.info->resp;
 }
 
+namespace {
+
+// Nonbasic between its bounds although it has one: optimal perhaps, but no vertex.
+bool has_superbasic(const SimplexProblem& p) {
+  for (int32_t i = 0; i < p.numcon; ++i)
+    if (p.skc[i] == SIM_SK_SUPBAS && p.bkc[i] != SIM_BK_FR) return true;
+  for (int32_t j = 0; j < p.numvar; ++j)
+    if (p.skx[j] == SIM_SK_SUPBAS && p.bkx[j] != SIM_BK_FR) return true;
+  return false;
+}
+
+}  // namespace
+
 int32_t simplex_finish(const SimplexCall& call) {
   Run run = make_run(call);
   const int32_t prosta = run.info->prosta, solsta = run.info->solsta;
@@ -589,7 +602,7 @@ int32_t simplex_finish(const SimplexCall& call) {
   const Miss miss = measure(run);
   const double missed = excess(run, miss);
   const bool certificate = solsta == solsta_ray || solsta == solsta_farkas;
-  if (resp == SIM_RESP_OK && !(missed <= 1.0)) {
+  if (resp == SIM_RESP_OK && (!(missed <= 1.0) || (!certificate && has_superbasic(run.problem)))) {
     if (certificate) {
       settle(&run, prosta_unknown, solsta_unknown);
       return stop(&run, SIM_RESP_OK);

@@ -511,7 +511,8 @@ inline IntLp shrunk(TRVenv env, IntLp lp, const Config& config) {
     lp = std::move(candidate);
     return true;
   };
-  for (bool progress = true; progress;) {
+  int rounds = 0;
+  for (bool progress = true; progress && rounds < 30; ++rounds) {
     progress = false;
     for (std::size_t i = lp.row.size(); i-- > 0;) {
       IntLp t = lp;
