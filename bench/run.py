@@ -81,6 +81,10 @@ def run_tarvo(path, options, limit, scratch):
     # Of an infeasible problem only the dual side is a certificate, of an unbounded one only the primal side.
     violation = max([answer["max_primal_infeasibility"] or 0] * (status != "infeasible")
                     + [answer["max_dual_infeasibility"] or 0] * (status != "unbounded"))
+    # A certificate is as good at any length: what it violates counts against what it proves.
+    proves = {"infeasible": answer["dual_objective"], "unbounded": answer["primal_objective"]}.get(status)
+    if proves is not None:
+        violation = violation / abs(proves) if proves else float("inf")
     return {"status": status, "cpu": cpu, "objective": answer["primal_objective"], "iterations": answer["iterations"],
             "violation": violation, "basic": answer.get("basic_keys", answer["rows"]), "rows": answer["rows"]}
 
