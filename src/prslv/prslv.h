@@ -54,9 +54,7 @@ struct prslvpar {
   double tol_aij = 1e-12;  // matrix elements
   double tol_lindep = 1e-6;
   double relpiv = 0.01;  // relative pivot tolerance of the eliminator
-  double abspiv = 1e-12;
   int32_t lindep_work_lim = 1;
-  int32_t elim_fill = 1;
   double fillroom = 0.2;
   int32_t solution_request = 0;  // not 0: row checks only, see prslv_reduce
 };

@@ -58,11 +58,9 @@ struct simplexpar {
                       // basis; 6 any known basis; 7, 8, 9 basis from basis identification
   int32_t degen;      // TRV_SIM_DEGEN_
   int32_t scaling;    // 0 free, 1 none, 3 moderate, 4 aggressive
-  int32_t savelu;     // keep the factor for basis solves
   int32_t solveform;  // 0 free, 1 primal form, 2 dual form
   int32_t presolve;   // 0 no, 1 yes, 2 free
   prslvpar reduce;    // settings of the presolve
-  int32_t primalrestrict;  // percentage of the restricted candidate set
   int32_t hotstartstatus;  // use the status keys of the offered solution only
   int32_t primalcrash;     // crash percentage
   int32_t maxiter[SIM_NUM_OPTIMIZERS], maxsetbacks[SIM_NUM_OPTIMIZERS];
@@ -74,7 +72,6 @@ struct simplexpar {
   int32_t haslowcut, hasupcut;
   double lowcut, upcut;                 // objective cuts, of the minimised objective
   int32_t logfreq[SIM_NUM_OPTIMIZERS];  // iterations between log rows, 0 never
-  int32_t timing;
 };
 
 // Counters and results of a run.
@@ -86,7 +83,7 @@ struct simplexinfo {
   int32_t hotstart, hotstartlu, hotstartnumbasics, hotstartrank;  // how the run started
   int64_t numfactor;                                              // LU factorisations
   double pobj, sumpbi, dobj, sumdbi;
-  int32_t perturbed, allowperturb;
+  int32_t perturbed;
   int32_t seed;
   int32_t solvedual;       // the dual form is being solved
   prslvstat presolve;      // what the presolve has done, all zero when it did not run

@@ -58,7 +58,6 @@ prslvpar presolve_parameters(const Task* task) {
   par.tol_aij = dpar[TRV_DPAR_PRESOLVE_TOL_AIJ];
   par.tol_lindep = dpar[TRV_DPAR_PRESOLVE_TOL_LIN_DEP];
   par.lindep_work_lim = ipar[TRV_IPAR_PRESOLVE_LINDEP_WORK_LIM];
-  par.elim_fill = ipar[TRV_IPAR_PRESOLVE_ELIM_FILL];
   return par;
 }
 
@@ -73,7 +72,6 @@ simplexpar parameters(const Task* task, int32_t optimizer, bool maximise) {
   par.clean = start_mode(task);
   par.degen = ipar[TRV_IPAR_SIM_DEGEN];
   par.scaling = scaling[ipar[TRV_IPAR_SIM_SCALING]];
-  par.savelu = ipar[TRV_IPAR_SIM_SAVE_LU];
   par.solveform = ipar[TRV_IPAR_SIM_SOLVE_FORM];
   par.switchopt = ipar[TRV_IPAR_SIM_SWITCH_OPTIMIZER];
   // Left free, the presolve serves whoever lets the simplex build its own start.
@@ -81,7 +79,6 @@ simplexpar parameters(const Task* task, int32_t optimizer, bool maximise) {
   const int32_t presolve = ipar[TRV_IPAR_PRESOLVE_USE];
   par.presolve = presolve == TRV_PRESOLVE_MODE_FREE ? ipar[TRV_IPAR_SIM_PRIMAL_CRASH] > crash_of_own : presolve;
   par.reduce = presolve_parameters(task);
-  par.primalrestrict = ipar[TRV_IPAR_SIM_PRIMAL_RESTRICT_SELECTION];
   par.hotstartstatus = ipar[TRV_IPAR_SIM_HOTSTART] == TRV_SIM_HOTSTART_STATUS_KEYS ? 1 : 0;
   par.primalcrash = ipar[TRV_IPAR_SIM_PRIMAL_CRASH];
   par.primalselect = selection[ipar[TRV_IPAR_SIM_PRIMAL_SELECTION]];

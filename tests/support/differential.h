@@ -571,6 +571,45 @@ inline IntLp shrunk(TRVenv env, IntLp lp, const Config& config) {
   return lp;
 }
 
+// A problem in whole numbers from a file. "" or what is wrong.
+inline std::string read_problem(TRVenv env, const std::string& file, IntLp* lp) {
+  TRVtask task = nullptr;
+  if (TRV_makeemptytask(env, &task) != TRV_RES_OK) return "no task";
+  const int32_t code = TRV_readdata(task, file.c_str());
+  int32_t m = 0, n = 0, sense = 0;
+  TRV_getnumcon(task, &m);
+  TRV_getnumvar(task, &n);
+  TRV_getobjsense(task, &sense);
+  lp->maximise = sense == TRV_OBJECTIVE_SENSE_MAXIMIZE;
+  double cfix = 0.0;
+  TRV_getcfix(task, &cfix);
+  lp->cfix = std::llround(cfix);
+  for (int32_t j = 0; j < n; ++j) {
+    double c = 0.0;
+    TRV_getcslice(task, j, j + 1, &c);
+    lp->c.push_back(std::llround(c));
+  }
+  for (const int32_t accmode : {TRV_ACC_CON, TRV_ACC_VAR})
+    for (int32_t k = 0; k < (accmode == TRV_ACC_CON ? m : n); ++k) {
+      Bound b;
+      double lower = 0.0, upper = 0.0;
+      TRV_getbound(task, accmode, k, &b.key, &lower, &upper);
+      if (b.has_lower()) b.lower = std::llround(lower);
+      if (b.has_upper()) b.upper = std::llround(upper);
+      (accmode == TRV_ACC_CON ? lp->row : lp->column).push_back(b);
+    }
+  for (int32_t i = 0; i < m; ++i) {
+    lp->a.emplace_back(static_cast<std::size_t>(n), 0);
+    for (int32_t j = 0; j < n; ++j) {
+      double v = 0.0;
+      TRV_getaij(task, i, j, &v);
+      lp->a.back()[static_cast<std::size_t>(j)] = std::llround(v);
+    }
+  }
+  TRV_deletetask(&task);
+  return code == TRV_RES_OK ? "" : "readdata " + std::to_string(code);
+}
+
 inline std::string as_text(const IntLp& lp) {
   const auto side = [](const Bound& b) {
     return "[" + (b.has_lower() ? std::to_string(b.lower) : std::string("-")) + ", " +

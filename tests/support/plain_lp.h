@@ -72,7 +72,6 @@ inline tarvo::simplexpar plain_parameters() {
   par.optimizer = 1;
   par.degen = 1;
   par.solveform = 1;
-  par.primalrestrict = 50;
   par.primalcrash = 90;
   for (int k = 0; k < tarvo::SIM_NUM_OPTIMIZERS; ++k) {
     par.maxiter[k] = 100000;

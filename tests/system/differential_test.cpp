@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 namespace {
 
 using namespace tarvo_test;
 
-class Differential : public ::testing::TestWithParam<int> {
+class Regression : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(TRV_makeenv(&env, nullptr, nullptr, nullptr, nullptr), TRV_RES_OK);
@@ -16,6 +18,7 @@ class Differential : public ::testing::TestWithParam<int> {
   void TearDown() override { EXPECT_EQ(TRV_deleteenv(&env), TRV_RES_OK); }
   TRVenv env = nullptr;
 };
+class Differential : public Regression, public ::testing::WithParamInterface<int> {};
 
 // TARVO_DIFFERENTIAL_SEEDS is the number of seeds a part, TARVO_DIFFERENTIAL_START the first one.
 int setting(const char* name, int otherwise) {
@@ -39,6 +42,21 @@ TEST_P(Differential, AgreesWithTheExactAnswer) {
       ++failures;
       break;
     }
+  }
+}
+
+// Problems that went wrong once, in whole numbers, under every combination of optimiser, form and presolve.
+TEST_F(Regression, SolvesWhatWentWrongOnce) {
+  for (const auto& entry : std::filesystem::directory_iterator(TARVO_TEST_DATA "/regress")) {
+    SCOPED_TRACE(entry.path().filename().string());
+    IntLp lp;
+    ASSERT_EQ(read_problem(env, entry.path().string(), &lp), "");
+    for (const int32_t optimizer :
+         {TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_OPTIMIZER_DUAL_SIMPLEX, TRV_OPTIMIZER_FREE_SIMPLEX})
+      for (int k = 0; k < 48; ++k) {
+        const Config config{optimizer, k % 3, k / 3 % 2, k / 6 % 4, k / 24, 1};
+        EXPECT_EQ(try_problem(env, lp, config, nullptr), "") << config.text();
+      }
   }
 }
 
