@@ -138,6 +138,13 @@ DsNext no_entering(DualSimplex* d) {
     return DsNext::iterate;
   }
   if (d->phase == 0) return DsNext::primal;
+  // A violation that large values make by rounding proves nothing.
+  const double rounding = psimplex_rounding(s);
+  if (d->inf[s->leave] <= rounding * rounding && s->tolx < rounding) {
+    s->tolx = rounding;
+    dsimplex_measureall(d);
+    return DsNext::iterate;
+  }
   std::fill_n(s->y, s->m, 0.0);
   for (int32_t t = 0; t < s->rho.n; ++t) s->y[s->rho.sub[t]] = d->leaving * s->rho.val[s->rho.sub[t]];
   s->info->prosta = 4;

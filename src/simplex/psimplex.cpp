@@ -96,8 +96,9 @@ bool no_candidate(PrimalSimplex* s) {
       psimplex_removeperturb(s);
       return false;
     }
-    if (largest <= s->par->tolx[SIM_PRIMAL]) {
-      s->tolx = s->par->tolx[SIM_PRIMAL];
+    const double tolx = std::max(s->par->tolx[SIM_PRIMAL], psimplex_rounding(s));
+    if (largest <= tolx && s->tolx < tolx) {
+      s->tolx = tolx;
       s->recompute = s->boundsmoved = true;
       return false;
     }

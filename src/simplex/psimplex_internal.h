@@ -170,6 +170,7 @@ void psimplex_primalcrash(PrimalSimplex* s);
 // psimplex_values.cpp
 void psimplex_factor(PrimalSimplex* s);  // with repair; sets s->resp on failure
 void psimplex_formxb(PrimalSimplex* s);
+double psimplex_rounding(const PrimalSimplex* s);  // what the size of the values alone can make of an activity
 void psimplex_countinf(PrimalSimplex* s);  // numinf, suminf and the phase's cost by position
 void psimplex_formy(PrimalSimplex* s);
 void psimplex_formd(PrimalSimplex* s);

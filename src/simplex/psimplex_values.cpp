@@ -97,6 +97,15 @@ void psimplex_formxb(PrimalSimplex* s) {
   std::fill(r, r + s->m, 0.0);
 }
 
+double psimplex_rounding(const PrimalSimplex* s) {
+  constexpr double unit = 1e-14;
+  double largest = 0.0;
+  for (int32_t i = 0; i < s->m; ++i) largest = std::max(largest, std::fabs(s->bas[i].x));
+  for (int32_t j = 0; j < s->nn; ++j)
+    if (s->stat[j] != PS_BASIC) largest = std::max(largest, std::fabs(s->x[j]));
+  return unit * largest;
+}
+
 void psimplex_countinf(PrimalSimplex* s) {
   s->numinf = 0;
   s->suminf = 0.0;
