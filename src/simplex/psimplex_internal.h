@@ -171,7 +171,7 @@ void psimplex_primalcrash(PrimalSimplex* s);
 void psimplex_factor(PrimalSimplex* s);  // with repair; sets s->resp on failure
 void psimplex_formxb(PrimalSimplex* s);
 double psimplex_rounding(const PrimalSimplex* s);  // what the size of the values alone can make of an activity
-void psimplex_countinf(PrimalSimplex* s);  // numinf, suminf and the phase's cost by position
+void psimplex_countinf(PrimalSimplex* s);          // numinf, suminf and the phase's cost by position
 void psimplex_formy(PrimalSimplex* s);
 void psimplex_formd(PrimalSimplex* s);
 void psimplex_formobj(PrimalSimplex* s);
