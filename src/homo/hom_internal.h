@@ -1,0 +1,151 @@
+// The record of a homogeneous run and its steps. One allocation at the start (hs_setup); none in the iteration.
+#pragma once
+
+#include "homo/homo.h"
+
+namespace tarvo {
+
+// A point or a direction. yup, sup, xup belong to the upper bounds: entry i to column nb - nu + i. xf, sf are the heads
+// of the cone of the free columns.
+struct HomVec {
+  double *x, *s;            // [n]
+  double *xup, *yup, *sup;  // [nu]
+  double* y;                // [m]
+  double xf, sf, tau, kappa;
+};
+
+// Corrector terms of the complementarity equations. free[0] is the head's, free[1 + k] that of the k-th free column.
+struct HomCor {
+  double* pair;  // [nb]
+  double* up;    // [nu]
+  double* cone;  // [nf + 1]
+  double tk;
+};
+
+// What a direction aims at: residuals shrink by eta, products go to mut. Without `products` the terms x s, xup sup and
+// tau kappa stay out of the right-hand sides (corrections on top of a direction). cor may be NULL.
+struct HomTarget {
+  double eta, mut;
+  bool products = true;
+  const HomCor* cor = nullptr;
+};
+
+struct HomTimes {
+  double inititer, initcomp, factor, initsd, computesd, linesearch, update, total, mulcor, mulcorsd, ax, aty;
+};
+
+struct HomState {
+  sysenv* env;
+  HomParams par;  // sptype and objscale as the scaling left them
+  HomEvents events;
+
+  // The problem, scaled, columns in class order.
+  int32_t m, n, nb, nu, nf;
+  double *c, *b, *u;
+  double cfix;
+  spmat *a, *at;
+  double* rowscale;  // [m] r
+  double* colscale;  // [n] g
+  double scale;      // of the objective, positive: objscale = given sign and scale times this
+  // The quadratic term: triplets qi >= qj, each once, or with useh its diagonal alone in qdiag[n].
+  int32_t nq;
+  const int32_t *qi, *qj;
+  double* q;
+  bool useh;
+  double* qdiag;
+  KktFac* kkt;
+
+  // The iterate, the saved point, directions.
+  HomVec point, saved, dir, affine, cordir;
+  int32_t *keys, *keysup, *savedkeys, *savedkeysup;
+  int32_t iter;
+
+  // Measures of the point, see hom_inititer.
+  double xqxf, sqsf;       // xf^2 - |x_F|^2, sf^2 - |s_F|^2, carried along
+  double cx, by, bypart, xqx;
+  double n_c, cgapf, mu, lpval;
+  double pfeasf, dfeasf, gfeasf, pfeasinff, dfeasinff, meritfeas2f, meritfeasif;
+  double relgap, rcgap, pobj, dobj;
+  double nrmc, nrmb, nrma, bscale, cscale, amax;
+  double tau0, kappa0, cgapf0, pfeasf0, dfeasf0, mu0;
+  double rg;
+  double *rp, *rpu, *rd, *rdu;  // residuals [m], [nu], [n], [nu]: A x - b tau, x_U + xup - u tau,
+                                // A'y + s + E yup - c tau, sup + yup
+
+  // Per factorisation.
+  double *d, *dinv;     // [n]; the free columns have one value
+  double *rx, *ru;      // [n], [nu] what the regularisation added
+  double regutrh, reguomega, reguada;
+  double* vf;           // [nf + 1] scaled point of the cone: v_0 = sf / w + w xf, v_j = w x_j - s_j / w
+  double *tf, *pf;      // [m] vector of the cone's rank-one term and M^-1 of it
+  double cf;            // 1 + max(0, tf'pf)
+  // The fixed parts of the elimination of tau, with the shift by the iterate: cs = c - A'y / tau.
+  double *cbar, *chat, *dc;  // [n]
+  double *g, *g2, *h;        // [m]
+  double beta, dot0, pi;
+
+  HomCor cor;           // of the step
+  HomCor extracor;      // of hom_mulcor2
+  int32_t maxncor;      // correctors at most
+  // Scratch of single routines.
+  double *wn1, *wn2, *wn3;  // [n]
+  double *wm1, *wm2, *wm3;  // [m]
+  double *wu1, *wu2;        // [nu]
+  HomVec rhs, res;          // right-hand sides and residuals of hom_computesearchr: rows stand where their variable
+                            // does (primal y, upper xup, dual x, upper dual sup, gap tau; pairs s, yup (upper), kappa)
+
+  // Counters and results.
+  HomTimes time;
+  int32_t numdroppedcor, numcor, maxcorused, numrefine;
+  int32_t resp, prosta, solsta;
+};
+
+// homlp.cpp: the linear optimiser; writes the iterate, prosta, solsta, resp.
+void hom_optlp(HomState* h);
+// homqo.cpp: the quadratic optimiser.
+void hom_optqo(HomState* h);
+
+// homiter.cpp: all measures, residuals and diagonals from the point. `shared` by both optimisers: with a quadratic term
+// the dual residual and the gap contain it.
+void hom_inititer(HomState* h);
+// The termination test: level -1, 0, 1 scales the tolerances by 0.01, 1, 100; `strict` asks for a gap gapfactor times
+// smaller; setstatus writes prosta, solsta.
+bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict);
+void hom_start(HomState* h);  // homstart.cpp
+int32_t hom_updatekeys(HomState* h, const HomVec& dir);  // the number of changes
+void hom_finalkeys(HomState* h);
+
+// homdir.cpp: the diagonals with regularisation, the factorisation, directions.
+void hom_regularize(HomState* h, int32_t regulevel);
+int32_t hom_factor(HomState* h);  // KKT_ code; uses h->d and h->reguada
+void hom_initfree(HomState* h, int32_t regulevel);
+void hom_initcomputations(HomState* h, int32_t regulevel);
+void hom_computesearch(HomState* h, const HomTarget& target, HomVec* dir);
+// With refinement; false when no direction of sufficient accuracy came out.
+bool hom_computesearchr(HomState* h, const HomTarget& target, HomVec* dir);
+// The eight residuals of a direction for a target, in the layout of HomState::res; the 2-norm of rows 1 to 5.
+double hom_computeresiduals(HomState* h, const HomTarget& target, const HomVec& dir, HomVec* res, double* infnorm);
+// dx'ds over all pairs, tau kappa and the cone included, and the same with the point: x'ds + s'dx.
+double hom_dxds(const HomState* h, const HomVec& dir);
+double hom_xds(const HomState* h, const HomVec& dir);
+// Corrector terms of a direction: products of pairs, and the cone's second-order terms.
+void hom_corterms(HomState* h, const HomVec& dir, HomCor* cor);
+void hom_mulcor2(HomState* h, double gamma, double beta, HomVec* dir);  // hommulcor.cpp
+
+// homstep.cpp
+struct HomSteps {
+  double primal, dual;
+  double xqdxf, dxqdxf, sqdsf, dsqdsf;  // coefficients of xqx(a), sqs(a)
+};
+// The largest steps to the boundary, at most `cap`.
+HomSteps hom_steplimits(const HomState* h, double cap, const HomVec& dir);
+// The common step inside the neighbourhood, or 0.
+double hom_neighbourstep(HomState* h, const HomSteps& limits, double gamma, double frac, double beta, bool gapcheck,
+                         const HomVec& dir);
+void hom_takestep(HomState* h, double step, const HomVec& dir);
+
+// The steps' fractions that are tried one after the other.
+constexpr int32_t hom_numsteps = 12;
+constexpr double hom_steptable[hom_numsteps] = {1.0, 0.9999, 0.999, 0.99, 0.9, 0.8, 0.7, 0.5, 0.4, 0.3, 0.2, 0.1};
+
+}  // namespace tarvo

@@ -1,0 +1,3 @@
+#include "homo/hom_internal.h"
+
+namespace tarvo {}
