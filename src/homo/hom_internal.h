@@ -30,6 +30,12 @@ struct HomTarget {
   const HomCor* cor = nullptr;
 };
 
+// Statuses of a result, with the values of TRV_PRO_STA_ and TRV_SOL_STA_.
+enum HomProSta : int32_t { HOM_PRO_UNKNOWN = 0, HOM_PRO_FEASIBLE = 1, HOM_PRO_PRIMINFEAS = 4, HOM_PRO_DUALINFEAS = 5 };
+enum HomSolSta : int32_t { HOM_SOL_UNKNOWN = 0, HOM_SOL_OPTIMAL = 1, HOM_SOL_PRIMCER = 5, HOM_SOL_DUALCER = 6 };
+// Status keys: which of the pair stays positive.
+enum HomKey : int32_t { HOM_KEY_PRIMAL = 2, HOM_KEY_DUAL = 3 };
+
 struct HomTimes {
   double inititer, initcomp, factor, initsd, computesd, linesearch, update, total, mulcor, mulcorsd, ax, aty;
 };
@@ -99,6 +105,22 @@ struct HomState {
   int32_t numdroppedcor, numcor, maxcorused, numrefine;
   int32_t resp, prosta, solsta;
 };
+
+// Adds the CPU time of its life to one of the times.
+struct HomTimer {
+  double *sum, start;
+  explicit HomTimer(double* time) : sum(time), start(sysenv_cputime()) {}
+  HomTimer(const HomTimer&) = delete;
+  HomTimer& operator=(const HomTimer&) = delete;
+  ~HomTimer() { *sum += sysenv_cputime() - start; }
+};
+
+// Debug text, printed at log levels above 4. homiter.cpp
+[[gnu::format(printf, 2, 3)]] void hom_print(const HomState* h, const char* format, ...);
+// Copies a point or direction into the arrays of another.
+void hom_copyvec(const HomState* h, const HomVec& from, HomVec* to);
+// One status call with the measures of the point; its answer, which is kept as the stop code.
+int32_t hom_report(HomState* h);
 
 // homlp.cpp: the linear optimiser; writes the iterate, prosta, solsta, resp.
 void hom_optlp(HomState* h);
