@@ -133,7 +133,9 @@ void hom_inititer(HomState* h);
 // The termination test: level -1, 0, 1 scales the tolerances by 0.01, 1, 100; `strict` asks for a gap gapfactor times
 // smaller; setstatus writes prosta, solsta.
 bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict);
-void hom_start(HomState* h);  // homstart.cpp
+// homstart.cpp: the first point, its measures as the reference of later ones; a stop shows in resp.
+void hom_start(HomState* h);
+double hom_affinestep(HomState* h);  // the common step to the boundary along h->affine, at most 1
 int32_t hom_updatekeys(HomState* h, const HomVec& dir);  // the number of changes
 void hom_finalkeys(HomState* h);
 

@@ -23,6 +23,7 @@ enum HomResp : int32_t {
   HOM_RESP_OK = 0,
   HOM_RESP_SPACE = 1,
   HOM_RESP_MAXITER = 4,
+  HOM_RESP_CANCELLED = 6,  // without a code of the caller's
   HOM_RESP_STALL = 8,
   HOM_RESP_FACTOR = 10,
   HOM_RESP_NOTCONVEX = 25,  // a pivot of the Hessian block has the wrong sign
