@@ -17,14 +17,16 @@ constexpr double baddirection = 1000.0;  // dx'ds of an affine direction, zero i
 // What the iterations hand on to each other.
 struct LpRun {
   HomState* h;
-  int32_t iter0;                        // the first iteration
-  int32_t regulevel = 0;                // 0 exact directions; from 1 on by refinement; from 2 on with raised diagonals
-  int32_t incregu = 0;                  // wanted rise: 0 none, 1 to the next level, 2 past level 1
-  bool delay = false;                   // tau and kappa still decide between an optimum and a certificate
-  bool usefast = false;                 // the affine step nearly reaches the boundary's end
-  bool good = true;                     // the point shows no need for regularisation
-  bool stop = false;                    // the run ends with this iteration
-  int32_t stepidx = 0;                  // where in the table of fractions steps begin
+  int32_t iter0;          // the first iteration
+  int32_t regulevel = 0;  // 0 exact directions; from 1 on by refinement; from 2 on with raised diagonals
+  int32_t incregu = 0;    // wanted rise: 0 none, 1 to the next level, 2 past level 1
+  bool delay = false;     // tau and kappa still decide between an optimum and a certificate
+  bool usefast = false;   // the affine step nearly reaches the boundary's end
+  bool good = true;       // the point shows no need for regularisation
+  bool feasible = false;  // it passes the sharpest tests of feasibility: its residuals move by rounding only
+  bool lax = false;       // no sharper test than the plain one has a chance
+  bool stop = false;      // the run ends with this iteration
+  int32_t stepidx = 0;    // where in the table of fractions steps begin
   double meritexp = 0.0, gapexp = 0.0;  // what the last step promised
   double meritold = 0.0;                // meritfeasif of the last iteration
   double minpfeas = HUGE_VAL, mindfeas = HUGE_VAL;
@@ -41,12 +43,11 @@ static void wantregularisation(LpRun* r, int32_t level) { r->incregu = std::max(
 // Did residuals and gap fall as the last step promised?
 static void checkprogress(LpRun* r) {
   HomState* h = r->h;
-  // Residuals that satisfy the sharpest test already move by rounding only.
   const double tau = h->point.tau;
-  const bool feasible = h->pfeasf <= 0.01 * (1.0 + h->bscale) * h->par.tolpfeas * tau &&
-                        h->dfeasf <= 0.01 * (1.0 + h->cscale) * h->par.toldfeas * tau;
+  r->feasible = h->pfeasf <= 0.01 * (1.0 + h->bscale) * h->par.tolpfeas * tau &&
+                h->dfeasf <= 0.01 * (1.0 + h->cscale) * h->par.toldfeas * tau;
   r->good = true;
-  if (h->iter >= 3 && h->iter > r->iter0 && !feasible && h->meritfeas2f > std::max(r->meritexp, meritfloor)) {
+  if (h->iter >= 3 && h->iter > r->iter0 && !r->feasible && h->meritfeas2f > std::max(r->meritexp, meritfloor)) {
     if (h->par.usereg) {
       hom_print(h, "Increase the regularization due to sufficient lack of merit decrease (%e>%e) in iteration %d.\n",
                 h->meritfeas2f, r->meritexp, h->iter);
@@ -57,7 +58,7 @@ static void checkprogress(LpRun* r) {
   if (h->cgapf <= tinygap * h->n_c) r->delay = false;
   r->minpfeas = std::min(r->minpfeas, h->pfeasf);
   r->mindfeas = std::min(r->mindfeas, h->dfeasf);
-  if (r->regulevel == 0 && h->iter > r->iter0 + 2 && !feasible &&
+  if (r->regulevel == 0 && h->iter > r->iter0 + 2 && !r->feasible &&
       (r->minpfeas < h->pfeasf || h->meritfeasif > r->meritold)) {
     hom_print(h, "No decrease in primal residuals. Increasing regularization.\n");
     wantregularisation(r, 1);
@@ -93,9 +94,11 @@ static void restorepoint(LpRun* r) {
 // Keeps the new point, or goes back to the last good one.
 static void acceptpoint(LpRun* r) {
   HomState* h = r->h;
+  r->lax = false;
   if (h->iter == r->iter0) return savepoint(r);
+  r->lax = h->cgapf <= hopelessgap * h->n_c || (r->regulevel >= 2 && r->meritexp <= h->meritfeas2f);
   const bool gapok = h->cgapf <= r->gapexp;
-  const bool meritok = h->meritfeas2f <= r->meritexp ||
+  const bool meritok = r->feasible || h->meritfeas2f <= r->meritexp ||
                        (h->pfeasf <= h->par.growth * r->minpfeas && h->dfeasf <= h->par.growth * r->mindfeas);
   if (r->good && gapok && meritok) return savepoint(r);
   if (r->good) wantregularisation(r, 2);
@@ -121,9 +124,7 @@ static bool finished(LpRun* r, int32_t level, bool strict, const char* text) {
 static bool terminated(LpRun* r) {
   HomState* h = r->h;
   const bool basis = h->par.wantbasis;
-  int32_t level = basis ? -1 : 0;
-  if (h->iter > r->iter0 && (h->cgapf <= hopelessgap * h->n_c || (r->regulevel >= 2 && r->meritexp <= h->meritfeas2f)))
-    level = 0;
+  int32_t level = basis && !r->lax ? -1 : 0;
   if (r->delay && !r->stop) level = -1;
   if (finished(r, level, basis, "Normal termination\n")) return true;
   if (r->stop) return true;
@@ -334,7 +335,6 @@ static void finish(LpRun* r) {
 }
 
 void hom_optlp(HomState* h) {
-  HomTimer timer(&h->time.total);
   h->prosta = HOM_PRO_UNKNOWN;
   h->solsta = HOM_SOL_UNKNOWN;
   hom_start(h);

@@ -210,6 +210,9 @@ inline IntLp random_problem(Choices* pick, int32_t size = 6) {
 
 struct Config {
   int32_t optimizer = TRV_OPTIMIZER_FREE_SIMPLEX, form = 0, presolve = 1, scaling = 0, eliminator = 1, lindep = 1;
+  // Of the interior point alone.
+  int32_t basis = 0, start = 0, correctors = -1;
+  bool interior() const { return optimizer == TRV_OPTIMIZER_INTPNT; }
   std::string text() const {
     return "optimizer " + std::to_string(optimizer) + " form " + std::to_string(form) + " presolve " +
            std::to_string(presolve) + " scaling " + std::to_string(scaling) + " eliminator " +
@@ -230,6 +233,16 @@ inline Config random_config(Choices* pick) {
   return c;
 }
 
+inline Config random_interior_config(Choices* pick) {
+  Config c = random_config(pick);
+  c.optimizer = TRV_OPTIMIZER_INTPNT;
+  c.presolve = pick->below(2);
+  c.basis = pick->below(2);
+  c.start = pick->chance(25) ? 1 : 0;
+  c.correctors = pick->chance(50) ? -1 : pick->below(11);
+  return c;
+}
+
 // A problem in a task, and the checks of what the library says of it. Every check gives "" or what is wrong.
 class Trial {
  public:
@@ -242,6 +255,7 @@ class Trial {
 
   std::string load(const IntLp& lp, const Config& config) {
     lp_ = lp;
+    interior_ = config.interior();
     m_ = lp.row.size();
     n_ = lp.column.size();
     if (TRV_makeemptytask(env_, &task_) != TRV_RES_OK) return "no task";
@@ -278,6 +292,11 @@ class Trial {
     TRV_putintparam(task_, TRV_IPAR_SIM_SCALING, config.scaling);
     TRV_putintparam(task_, TRV_IPAR_PRESOLVE_ELIMINATOR_USE, config.eliminator);
     TRV_putintparam(task_, TRV_IPAR_PRESOLVE_LINDEP_USE, config.lindep);
+    TRV_putintparam(task_, TRV_IPAR_INTPNT_SOLVE_FORM, config.form);
+    TRV_putintparam(task_, TRV_IPAR_INTPNT_SCALING, config.scaling);
+    TRV_putintparam(task_, TRV_IPAR_INTPNT_BASIS, config.basis);
+    TRV_putintparam(task_, TRV_IPAR_INTPNT_STARTING_POINT, config.start);
+    TRV_putintparam(task_, TRV_IPAR_INTPNT_MAX_NUM_COR, config.correctors);
     return "";
   }
 
@@ -303,7 +322,7 @@ class Trial {
     return said;
   }
 
-  // Solves the unchanged task again: an optimal one takes no iterations.
+  // Solves the unchanged task again: an optimal basis takes no iterations.
   std::string solve_again(const std::optional<ExactAnswer>& exact) {
     const bool optimal = solsta_ == TRV_SOL_STA_OPTIMAL;
     const std::string wrong = solve(exact);
@@ -311,7 +330,7 @@ class Trial {
     int32_t primal = 0, dual = 0;
     TRV_getintinf(task_, TRV_IINF_SIM_PRIMAL_ITER, &primal);
     TRV_getintinf(task_, TRV_IINF_SIM_DUAL_ITER, &dual);
-    if (optimal && primal + dual != 0) return "again: iterations " + std::to_string(primal + dual);
+    if (!interior_ && optimal && primal + dual != 0) return "again: iterations " + std::to_string(primal + dual);
     return "";
   }
 
@@ -346,9 +365,9 @@ class Trial {
     skc_.assign(m_ + 1, 0);
     skx_.assign(n_, 0);
     std::vector<double> snx(n_);
-    const int32_t code =
-        TRV_getsolution(task_, TRV_SOL_BAS, &prosta_, &solsta_, skc_.data(), skx_.data(), nullptr, xc_.data(),
-                        xx_.data(), y_.data(), slc_.data(), suc_.data(), slx_.data(), sux_.data(), snx.data());
+    const int32_t code = TRV_getsolution(task_, interior_ ? TRV_SOL_ITR : TRV_SOL_BAS, &prosta_, &solsta_, skc_.data(),
+                                         skx_.data(), nullptr, xc_.data(), xx_.data(), y_.data(), slc_.data(),
+                                         suc_.data(), slx_.data(), sux_.data(), snx.data());
     if (code != TRV_RES_OK) return "getsolution " + std::to_string(code);
     for (const auto* list : {&xc_, &y_, &slc_, &suc_, &xx_, &slx_, &sux_})
       for (const double v : *list)
@@ -396,10 +415,15 @@ class Trial {
   }
 
   // Bounds on value x of a row or column, complementarity and key.
-  static std::string check_place(const Bound& b, double x, double sl, double su, int32_t key, double size) {
+  std::string check_place(const Bound& b, double x, double sl, double su, int32_t key, double size) const {
     const auto lower = static_cast<double>(b.lower), upper = static_cast<double>(b.upper);
     if (b.has_lower() && x < lower - tol * size) return "below its bound";
     if (b.has_upper() && x > upper + tol * size) return "above its bound";
+    if (interior_) {  // products of pairs are small, not always one of the pair
+      if (b.has_lower() && (x - lower) * sl > 10 * tol * size * size) return "not complementary (lower)";
+      if (b.has_upper() && (upper - x) * su > 10 * tol * size * size) return "not complementary (upper)";
+      return "";
+    }
     const double s = std::max(1.0, std::fabs(x));
     if (b.has_lower() && std::min(x - lower, sl) > 10 * tol * s) return "not complementary (lower)";
     if (b.has_upper() && std::min(upper - x, su) > 10 * tol * s) return "not complementary (upper)";
@@ -436,7 +460,7 @@ class Trial {
     double largest = 1.0;
     for (const double y : y_) largest = std::max(largest, std::fabs(y));
     const std::string wrong = check_duals(1.0, largest);
-    return wrong.empty() ? check_basis() : wrong;
+    return wrong.empty() && !interior_ ? check_basis() : wrong;
   }
 
   std::string check_basis() const {
@@ -483,6 +507,7 @@ class Trial {
   TRVenv env_;
   TRVtask task_ = nullptr;
   IntLp lp_;
+  bool interior_ = false;
   std::size_t m_ = 0, n_ = 0;
   int32_t prosta_ = 0, solsta_ = 0;
   std::vector<int32_t> skc_, skx_;
