@@ -20,6 +20,7 @@ struct HomCor {
   double* up;    // [nu]
   double* cone;  // [nf + 1]
   double tk;
+  double gap;  // the curvature of the gap row, quadratic problems only
 };
 
 // What a direction aims at: residuals shrink by eta, products go to mut. Without `products` the terms x s, xup sup and
@@ -32,7 +33,7 @@ struct HomTarget {
 
 // Statuses of a result, with the values of TRV_PRO_STA_ and TRV_SOL_STA_.
 enum HomProSta : int32_t { HOM_PRO_UNKNOWN = 0, HOM_PRO_FEASIBLE = 1, HOM_PRO_PRIMINFEAS = 4, HOM_PRO_DUALINFEAS = 5 };
-enum HomSolSta : int32_t { HOM_SOL_UNKNOWN = 0, HOM_SOL_OPTIMAL = 1, HOM_SOL_PRIMCER = 5, HOM_SOL_DUALCER = 6 };
+enum HomSolSta : int32_t { HOM_SOL_UNKNOWN = 0, HOM_SOL_OPTIMAL = 1, HOM_SOL_PRIMCER = 5, HOM_SOL_DUALCER = 6, HOM_SOL_NEAROPTIMAL = 8 };
 // Status keys: which of the pair stays positive.
 enum HomKey : int32_t { HOM_KEY_PRIMAL = 2, HOM_KEY_DUAL = 3 };
 
@@ -124,8 +125,19 @@ int32_t hom_report(HomState* h);
 
 // homlp.cpp: the linear optimiser; writes the iterate, prosta, solsta, resp.
 void hom_optlp(HomState* h);
-// homqo.cpp: the quadratic optimiser.
+// homqo.cpp: the quadratic optimiser. Its free columns are in no cone: nf is 0 while it runs, s is 0 on them.
 void hom_optqo(HomState* h);
+
+// homqodir.cpp: factorisation and directions of a quadratic problem, regularised by h->rx and h->reguada.
+int32_t hom_qofactor(HomState* h, int32_t regulevel);  // KKT_ code
+// Solves the Newton system with refinement. The result is its error over what the iteration can bear: below 1 is good.
+double hom_qosearch(HomState* h, const HomTarget& target, HomVec* dir);
+// The eight residuals of a direction; rhs and res in the layout of HomState::res.
+void hom_qorhs(const HomState* h, const HomTarget& target, HomVec* rhs);
+void hom_qoresiduals(HomState* h, const HomVec& rhs, const HomVec& dir, HomVec* res);
+void hom_qocorterms(HomState* h, const HomVec& dir, HomCor* cor);
+// Q v into qv, v'Q v.
+double hom_qotimes(const HomState* h, const double* v, double* qv);
 
 // homiter.cpp: all measures, residuals and diagonals from the point. `shared` by both optimisers: with a quadratic term
 // the dual residual and the gap contain it.
