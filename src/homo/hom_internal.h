@@ -68,7 +68,7 @@ struct HomState {
   int32_t iter;
 
   // Measures of the point, see hom_inititer.
-  double xqxf, sqsf;       // xf^2 - |x_F|^2, sf^2 - |s_F|^2, carried along
+  double xqxf, sqsf;  // xf^2 - |x_F|^2, sf^2 - |s_F|^2, carried along
   double cx, by, bypart, xqx;
   double n_c, cgapf, mu, lpval;
   double pfeasf, dfeasf, gfeasf, pfeasinff, dfeasinff, meritfeas2f, meritfeasif;
@@ -80,20 +80,20 @@ struct HomState {
                                 // A'y + s + E yup - c tau, sup + yup
 
   // Per factorisation.
-  double *d, *dinv;     // [n]; the free columns have one value
-  double *rx, *ru;      // [n], [nu] what the regularisation added
+  double *d, *dinv;  // [n]; the free columns have one value
+  double *rx, *ru;   // [n], [nu] what the regularisation added
   double regutrh, reguomega, reguada;
-  double* vf;           // [nf + 1] scaled point of the cone: v_0 = sf / w + w xf, v_j = w x_j - s_j / w
-  double *tf, *pf;      // [m] vector of the cone's rank-one term and M^-1 of it
-  double cf;            // 1 + max(0, tf'pf)
+  double* vf;       // [nf + 1] scaled point of the cone: v_0 = sf / w + w xf, v_j = w x_j - s_j / w
+  double *tf, *pf;  // [m] vector of the cone's rank-one term and M^-1 of it
+  double cf;        // 1 + max(0, tf'pf)
   // The fixed parts of the elimination of tau, with the shift by the iterate: cs = c - A'y / tau.
   double *cbar, *chat, *dc;  // [n]
   double *g, *g2, *h;        // [m]
   double beta, dot0, pi;
 
-  HomCor cor;           // of the step
-  HomCor extracor;      // of hom_mulcor2
-  int32_t maxncor;      // correctors at most
+  HomCor cor;       // of the step
+  HomCor extracor;  // of hom_mulcor2
+  int32_t maxncor;  // correctors at most
   // Scratch of single routines.
   double *wn1, *wn2, *wn3;  // [n]
   double *wm1, *wm2, *wm3;  // [m]
@@ -147,7 +147,7 @@ void hom_inititer(HomState* h);
 bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict);
 // homstart.cpp: the first point, its measures as the reference of later ones; a stop shows in resp.
 void hom_start(HomState* h);
-double hom_affinestep(HomState* h);  // the common step to the boundary along h->affine, at most 1
+double hom_affinestep(HomState* h);                      // the common step to the boundary along h->affine, at most 1
 int32_t hom_updatekeys(HomState* h, const HomVec& dir);  // the number of changes
 void hom_finalkeys(HomState* h);
 

@@ -6,8 +6,8 @@
 //
 //   A x = b tau,  x_U + xup = u tau,  A'y + s + E yup = c tau (+ Q x),  sup + yup = 0,  b'y + u'yup - c'x = kappa
 //
-// with x, s, xup, sup, tau, kappa >= 0. The columns stand in the order lower-bounded, upper-bounded, free. The free columns
-// are in one second-order cone with a head xf >= |x_F|, their dual slacks with sf >= |s_F|; sf tends to 0.
+// with x, s, xup, sup, tau, kappa >= 0. The columns stand in the order lower-bounded, upper-bounded, free. The free
+// columns are in one second-order cone with a head xf >= |x_F|, their dual slacks with sf >= |s_F|; sf tends to 0.
 #pragma once
 
 #include <cstdint>
@@ -47,7 +47,7 @@ struct HomParams {
   bool solvesdual = false;  // the canonical problem is the dual of the given one
   double objscale = 1.0;    // from here to the given objective; negative when the dual is solved
   int32_t numthreads = 1;
-  bool timing = false;      // print the table of times
+  bool timing = false;  // print the table of times
   KktOptions kkt;
 };
 
@@ -57,9 +57,9 @@ struct HomProblem {
   int32_t m, n, nb, nu;
   const double *c, *b, *u;
   double cfix;
-  const spmat *a, *at;     // by columns and by rows; at may be NULL
+  const spmat *a, *at;  // by columns and by rows; at may be NULL
   const int32_t* varlist;
-  const spmat* q;          // lower triangle (i >= j) by columns, or NULL
+  const spmat* q;  // lower triangle (i >= j) by columns, or NULL
 };
 
 // What one iteration reports; the objectives are those of the given problem.
@@ -79,10 +79,11 @@ struct HomEvents {
 // upper bounds in the order of u. The caller's arrays.
 struct HomSolution {
   int32_t resp, prosta, solsta;
+  bool reached;  // a point was reached; else everything is zero
   int32_t iter;
-  double *x, *s;        // [n]
-  double *y;            // [m]
-  double *yup, *xup;    // [nu]: yup <= 0 is the multiplier of x <= u (dual row A'y + s + E yup = c), xup = u - x
+  double *x, *s;           // [n]
+  double* y;               // [m]
+  double *yup, *xup;       // [nu]: yup <= 0 is the multiplier of x <= u (dual row A'y + s + E yup = c), xup = u - x
   int32_t *keys, *keysup;  // [n], [nu]: 2 the primal variable stays positive, 3 its dual slack does
   double pfeas, dfeas, pobj, dobj, relgap, kappatau;
   int32_t numrefine;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "cpub/sysenv.h"
+#include "optimize/optslv.h"
 #include "simplex/simplex.h"
 #include "tarvo/frame.h"
 #include "tarvo/log_internal.h"
@@ -340,6 +341,56 @@ void simplex_items(Task* task, const simplexinfo* info) {
   dinf[TRV_DINF_SIM_DUAL_FEAS] = info->sumdbi;
   dinf[TRV_DINF_SIM_PRIMAL_CPUTIME] = info->cputime[SIM_PRIMAL];
   dinf[TRV_DINF_SIM_DUAL_CPUTIME] = info->cputime[SIM_DUAL];
+}
+
+void factor_items(Task* task, const KktStats& stats) {
+  int32_t* iinf = task->iinf;
+  double* dinf = task->dinf;
+  const OrderCounts& order = stats.order;
+  iinf[TRV_IINF_INTPNT_FACTOR_DIM] = stats.dim;
+  iinf[TRV_IINF_INTPNT_FACTOR_DEN_DIM] = stats.densedim;
+  iinf[TRV_IINF_INTPNT_FACTOR_NUM_OFFCOL] = stats.offcol;
+  iinf[TRV_IINF_INTPNT_FACTOR_MAT_NUM_NZ] = saturate(stats.nnzm);
+  iinf[TRV_IINF_INTPNT_FACTOR_NUM_NZ] = saturate(stats.nnzl);
+  iinf[TRV_IINF_INTPNT_FACTOR_NUM] = stats.numfac;
+  iinf[TRV_IINF_INTPNT_FACTOR_NUM_SOLVE] = saturate(stats.numsolve);
+  iinf[TRV_IINF_INTPNT_FIR_REF_ITER] = saturate(stats.numrefine);
+  iinf[TRV_IINF_INTPNT_GP_ORDER_USED] = order.usedgp;
+  iinf[TRV_IINF_INTPNT_GP_ORDER_SAVED_NZS] = order.usedgp > 0 ? saturate(order.basennz - order.nnz) : 0;
+  dinf[TRV_DINF_INTPNT_GP_ORDER_SAVED_FLOPS] = order.usedgp > 0 ? order.basework - order.work : 0.0;
+  dinf[TRV_DINF_INTPNT_GP_ORDER_CPUTIME] = order.gptime;
+  dinf[TRV_DINF_INTPNT_ORDER_CPUTIME] = stats.ordertime;
+  dinf[TRV_DINF_INTPNT_FSETUP_CPUTIME] = stats.setuptime;
+  dinf[TRV_DINF_INTPNT_FACTOR_NUM_FLOPS] = stats.flops;
+  dinf[TRV_DINF_INTPNT_FACTOR_NUM_ADA_FLOPS] = stats.adaflops;
+  dinf[TRV_DINF_INTPNT_FACTOR_NUM_DENSE_FLOPS] = stats.denseflops;
+  dinf[TRV_DINF_INTPNT_FACTOR_CPUTIME] = stats.factortime;
+  dinf[TRV_DINF_INTPNT_FACTOR_ADA_CPUTIME] = stats.adatime;
+  dinf[TRV_DINF_INTPNT_FACTOR_DENSE_CPUTIME] = stats.densetime;
+  dinf[TRV_DINF_INTPNT_FACTOR_SOLVE_CPUTIME] = stats.solvetime;
+}
+
+void intpnt_items(Task* task, const IpmInfo* info) {
+  presolve_items(task, info->presolve);
+  factor_items(task, info->kkt);
+  int32_t* iinf = task->iinf;
+  double* dinf = task->dinf;
+  iinf[TRV_IINF_INTPNT_ITER] = info->iter;
+  iinf[TRV_IINF_INTPNT_SOLVE_DUAL] = info->solvesdual ? 1 : 0;
+  iinf[TRV_IINF_INTPNT_NUMCON] = info->numcon;
+  iinf[TRV_IINF_INTPNT_NUMVAR] = info->numvar;
+  iinf[TRV_IINF_INTPNT_NUM_REF_STEPS] = info->numrefine;
+  const double sign = resolved_sense(task) == TRV_OBJECTIVE_SENSE_MAXIMIZE ? -1.0 : 1.0;
+  dinf[TRV_DINF_INTPNT_PRIMAL_OBJ] = sign * info->pobj + 0.0;
+  dinf[TRV_DINF_INTPNT_DUAL_OBJ] = sign * info->dobj + 0.0;
+  dinf[TRV_DINF_INTPNT_PRIMAL_FEAS] = info->pfeas;
+  dinf[TRV_DINF_INTPNT_DUAL_FEAS] = info->dfeas;
+  dinf[TRV_DINF_INTPNT_KAP_DIV_TAU] = info->kappatau;
+  dinf[TRV_DINF_INTPNT_COMP_GAP] = info->mu;
+}
+
+int32_t event_intpnt(Task* task, int32_t event, const IpmInfo* info, double cpu0, double real0) {
+  return wrap(task, event, cpu0, real0, [task, info] { intpnt_items(task, info); });
 }
 
 int32_t event_phase(Task* task, int32_t callbackcode, double cpu0, double real0) {

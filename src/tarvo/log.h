@@ -6,6 +6,8 @@
 namespace tarvo {
 
 struct simplexinfo;  // simplex/simplex.h
+struct IpmInfo;      // optimize/optslv.h
+struct KktStats;     // kfac/kktfac.h
 
 // Writes a formatted text to a stream of the task, without a flush. At most 4,047 bytes.
 [[gnu::format(printf, 3, 4)]] void task_print(Task* task, int32_t whichstream, const char* format, ...);
@@ -30,6 +32,11 @@ bool events_wanted(const Task* task);
 int32_t event_simplex(Task* task, int32_t event, const simplexinfo* info, double cpu0, double real0);
 // Writes the counters into the TRV_IINF_SIM_ and TRV_DINF_SIM_ items.
 void simplex_items(Task* task, const simplexinfo* info);
+// The same for the interior-point optimiser and its TRV_IINF_INTPNT_ and TRV_DINF_INTPNT_ items.
+int32_t event_intpnt(Task* task, int32_t event, const IpmInfo* info, double cpu0, double real0);
+void intpnt_items(Task* task, const IpmInfo* info);
+// The items of the factorisation alone.
+void factor_items(Task* task, const KktStats& stats);
 // The same for optimisers that keep their items themselves.
 int32_t event_optimizer(Task* task, int32_t event, double cpu0, double real0);
 

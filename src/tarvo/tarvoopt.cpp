@@ -10,6 +10,7 @@
 #include "tarvo/tarvobas.h"
 #include "tarvo/tarvodat.h"
 #include "tarvo/tarvoinf.h"
+#include "tarvo/tarvointpnt.h"
 #include "tarvo/tarvonam.h"
 #include "tarvo/tarvosim.h"
 #include "tarvo/tarvosol.h"
@@ -138,15 +139,14 @@ int32_t optimize_global(Task* task) {
   return response != TRV_RES_OK ? response : report<TRV_RES_ERR_MIO_NOT_LOADED>(task);
 }
 
-// The interior-point optimisers for linear, quadratic, conic and general convex problems: not available yet.
-int32_t optimize_interior(Task* task, int32_t optimizer) { return report<TRV_RES_ERR_INV_OPTIMIZER>(task, optimizer); }
+// The optimisers for general convex problems: not available yet.
+int32_t optimize_general(Task* task, int32_t optimizer) { return report<TRV_RES_ERR_INV_OPTIMIZER>(task, optimizer); }
 
 int32_t optimize_single(Task* task, double cpu0, double real0) {
   int32_t optimizer = task->ipar[TRV_IPAR_OPTIMIZER];
   const int32_t probtype = task_probtype(task);
   task->break_code = TRV_RES_OK;
 
-  // Without an interior-point optimiser a linear problem whose optimiser is left open goes to the primal simplex.
   if ((optimizer == TRV_OPTIMIZER_FREE || optimizer == TRV_OPTIMIZER_MIXED_INT) && probtype == TRV_PROBTYPE_LO)
     optimizer = TRV_OPTIMIZER_PRIMAL_SIMPLEX;
 
@@ -154,7 +154,7 @@ int32_t optimize_single(Task* task, double cpu0, double real0) {
   if (response != TRV_RES_OK) return report<TRV_RES_ERR_SPACE>(task);
   if (optimizer == TRV_OPTIMIZER_CONIC || (optimizer == TRV_OPTIMIZER_FREE && task->numcone > 0)) {
     if (probtype == TRV_PROBTYPE_MIXED) return report<TRV_RES_ERR_MIXED_PROBLEM>(task);
-    return optimize_interior(task, optimizer);
+    return optimize_general(task, optimizer);
   }
   if (is_simplex(optimizer)) {
     if (probtype != TRV_PROBTYPE_LO) return report<TRV_RES_ERR_INV_OPTIMIZER>(task, optimizer);
@@ -166,7 +166,11 @@ int32_t optimize_single(Task* task, double cpu0, double real0) {
     const int32_t convex = check_convexity(task);
     if (convex != TRV_RES_OK) return convex;
   }
-  return optimize_interior(task, optimizer);
+  if (optimizer == TRV_OPTIMIZER_QCONE || (probtype != TRV_PROBTYPE_LO && probtype != TRV_PROBTYPE_QO))
+    return optimize_general(task, optimizer);
+  const bool want_basis = probtype == TRV_PROBTYPE_LO &&
+                          (optimizer == TRV_OPTIMIZER_MIXED_INT || task->ipar[TRV_IPAR_INTPNT_BASIS] != TRV_BI_NEVER);
+  return intpntoptimizer(task, want_basis, cpu0, real0);
 }
 
 int32_t optimize_selected(Task* task, double cpu0, double real0) {

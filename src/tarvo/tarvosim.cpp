@@ -8,6 +8,7 @@
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
 #include "tarvo/tarvodat.h"
+#include "tarvo/tarvointpnt.h"
 #include "tarvo/tarvonam.h"
 #include "tarvo/tarvosol.h"
 
@@ -44,21 +45,6 @@ int32_t start_mode(const Task* task) {
   const int32_t solsta = task->sol[TRV_SOL_BAS].solsta;
   if (solsta == TRV_SOL_STA_PRIM_FEAS || hotstart == TRV_SIM_HOTSTART_STATUS_KEYS) return start_primal;
   return solsta == TRV_SOL_STA_DUAL_FEAS ? start_dual : start_known;
-}
-
-prslvpar presolve_parameters(const Task* task) {
-  const int32_t* ipar = task->ipar;
-  const double* dpar = task->dpar;
-  prslvpar par;
-  par.loglev = ipar[TRV_IPAR_LOG_PRESOLVE] - 1;
-  par.lindep = ipar[TRV_IPAR_PRESOLVE_LINDEP_USE];
-  par.eliminator = ipar[TRV_IPAR_PRESOLVE_ELIMINATOR_USE];
-  par.tol_x = dpar[TRV_DPAR_PRESOLVE_TOL_X];
-  par.tol_s = dpar[TRV_DPAR_PRESOLVE_TOL_S];
-  par.tol_aij = dpar[TRV_DPAR_PRESOLVE_TOL_AIJ];
-  par.tol_lindep = dpar[TRV_DPAR_PRESOLVE_TOL_LIN_DEP];
-  par.lindep_work_lim = ipar[TRV_IPAR_PRESOLVE_LINDEP_WORK_LIM];
-  return par;
 }
 
 simplexpar parameters(const Task* task, int32_t optimizer, bool maximise) {
@@ -103,22 +89,6 @@ simplexpar parameters(const Task* task, int32_t optimizer, bool maximise) {
     par.upcut = -par.upcut;
   }
   return par;
-}
-
-void negate(double* list, int32_t n) {
-  for (int32_t k = 0; k < n; ++k) list[k] = -list[k];
-}
-
-void negate_duals(const Task* task, const SolutionView& view) {
-  for (double* list : {view.y, view.slc, view.suc}) negate(list, task->numcon);
-  for (double* list : {view.slx, view.sux}) negate(list, task->numvar);
-}
-
-int32_t mapped_prosta(int32_t prosta) { return prosta >= 1 && prosta <= 7 ? prosta : TRV_PRO_STA_UNKNOWN; }
-int32_t mapped_solsta(int32_t solsta) {
-  if (solsta == 7) return TRV_SOL_STA_INTEGER_OPTIMAL;
-  const bool known = (solsta >= 1 && solsta <= 6) || (solsta >= 8 && solsta <= 10) || solsta == 12 || solsta == 13;
-  return known ? solsta : TRV_SOL_STA_UNKNOWN;
 }
 
 // Runs the optimisers on a locked matrix. The objective of a maximisation is negated into `costs`[numvar + numcon].

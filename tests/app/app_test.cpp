@@ -109,7 +109,7 @@ TEST_F(App, StatusTellsInfeasibleUnboundedAndStopped) {
   EXPECT_EQ(j["response"]["name"], "TRV_RES_TRM_MAX_ITERATIONS");
   text = tiny();
   text.insert(text.find("ENDATA"), "QUADOBJ\n    X         X                    1\n");
-  const Outcome r = run("-q " + write("quadratic.mps", text));
+  const Outcome r = run("-q -o dual " + write("quadratic.mps", text));
   EXPECT_EQ(r.status, 6);
   EXPECT_NE(r.err.find("the problem has quadratic terms"), std::string::npos) << r.err;
 }
