@@ -33,7 +33,7 @@ int64_t dense_worksize();  // doubles per thread, 64-byte aligned
 void chblas2_oy(int32_t m, int32_t ncol, const double* const* cols, const double* mult, double* target);
 
 // Factors a trapezoid in place: rows x width, column-major with stride ld, lower triangle of the leading block and all
-// rows below. L has a unit diagonal (stored as 1.0), the pivots go to diag[width]; before[width] are the diagonal
+// rows below. L has a unit diagonal (stored as 1.0), the pivots go to diag[width]; l_ij = t_ij * (1 / d_j); before[width] are the diagonal
 // elements as they were before any update, flags[width] the flags of the columns. Blocked; in parallel when `parallel`.
 struct DenseColumns {
   int32_t rows, width;
@@ -43,6 +43,7 @@ struct DenseColumns {
   const double* before;
   uint16_t* flags;
 };
+// `work` holds dense_worksize() doubles, and with `parallel` as many for each thread.
 void densefac(const DenseColumns& block, const PivotRule& rule, bool parallel, double* work);
 
 // Triangular solves with a factored trapezoid for nrhs 1 or 2 right-hand sides. Forward: x[0..width) is solved in place
@@ -51,7 +52,7 @@ void densefac(const DenseColumns& block, const PivotRule& rule, bool parallel, d
 void dense_Lx(const DenseColumns& block, int32_t nrhs, double* x, int64_t ldx, double* below, int64_t ldbelow);
 void dense_Ltx(const DenseColumns& block, int32_t nrhs, double* x, int64_t ldx, const double* below, int64_t ldbelow);
 
-// x'y with four partial sums in a fixed order.
+// x'y with eight partial sums in a fixed order.
 double dense_dot(int64_t n, const double* x, const double* y);
 
 }  // namespace tarvo
