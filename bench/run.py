@@ -21,9 +21,13 @@ import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+IPOPT = ROOT / "build/release/ipopt_qp"
 
-# mode: (options of tarvo, of glpsol, of clp before the file is solved)
+# mode: (options of tarvo, of glpsol, of clp before the file is solved); None: that solver can't
 MODES = {
+    "intpnt": (["-o", "intpnt", "-p", "INTPNT_BASIS=NEVER"], ["--interior"], ["-crossover", "off", "-barrier"]),
+    "qp": (["-o", "intpnt"], None, ["-barrier"]),  # and Ipopt, through bench/ipopt_qp.cpp
+    "conic": (["-o", "conic"], None, None),
     "primal": (["-o", "primal", "--presolve", "off", "-p", "SIM_SOLVE_FORM=PRIMAL"], ["--nopresol", "--primal"], ["-presolve", "off", "-primalsimplex"]),
     "dual": (["-o", "dual"], ["--dual"], ["-dualsimplex"]),  # presolve on for all
     "free": (["-o", "free-simplex"], [], ["-dualsimplex"]),
@@ -111,6 +115,13 @@ def run_clp(path, options, limit):
             "iterations": int(best.group(2)) if best else None}
 
 
+def run_ipopt(path, limit):
+    output, cpu, late = run([str(IPOPT), str(path), str(limit)], limit + 30)
+    best = re.search(r"Optimal objective (\S+) - (\d+) iterations", output)
+    return {"status": "optimal" if best else "timeout" if late else "unknown", "cpu": cpu,
+            "objective": float(best.group(1)) if best else None, "iterations": int(best.group(2)) if best else None}
+
+
 def deviation(value, published):
     if value is None or published is None:
         return None
@@ -144,8 +155,11 @@ def main():
     if args.only:
         names = [n for n in names if re.search(args.only, n)]
     ours, glp, clp = MODES[args.mode]
-    peers = [] if args.alone else [p for p in ("glpsol", "clp") if shutil.which(p)]
-    for missing in {"glpsol", "clp"} - set(peers) if not args.alone else ():
+    wanted = [p for p, options in (("glpsol", glp), ("clp", clp)) if options is not None and not args.alone]
+    peers = [p for p in wanted if shutil.which(p)]
+    if args.mode == "qp" and IPOPT.exists() and not args.alone:
+        peers.append("ipopt")
+    for missing in set(wanted) - set(peers):
         print(f"{missing} is not installed (packages glpk-utils, coinor-clp): left out", file=sys.stderr)
 
     head = ["file", "status", "objective", "deviation", "violation", "iterations", "seconds"]
@@ -175,7 +189,8 @@ def main():
                  text(mine.get("violation"), ".1e"), text(mine["iterations"], "d"), text(mine["cpu"], ".3f")]
         theirs = {}
         for p in peers:
-            theirs[p] = (run_glpsol(plain, glp, args.limit, False) if p == "glpsol" else run_clp(plain, clp, args.limit))
+            theirs[p] = (run_glpsol(plain, glp, args.limit, False) if p == "glpsol" else
+                         run_ipopt(plain, args.limit) if p == "ipopt" else run_clp(plain, clp, args.limit))
         slowest = max([mine["cpu"]] + [t["cpu"] for t in theirs.values()])
         for p in peers:
             ratio = mine["cpu"] / max(theirs[p]["cpu"], 1e-3)
