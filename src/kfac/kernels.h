@@ -33,8 +33,9 @@ int64_t dense_worksize();  // doubles per thread, 64-byte aligned
 void chblas2_oy(int32_t m, int32_t ncol, const double* const* cols, const double* mult, double* target);
 
 // Factors a trapezoid in place: rows x width, column-major with stride ld, lower triangle of the leading block and all
-// rows below. L has a unit diagonal (stored as 1.0), the pivots go to diag[width]; l_ij = t_ij * (1 / d_j); before[width] are the diagonal
-// elements as they were before any update, flags[width] the flags of the columns. Blocked; in parallel when `parallel`.
+// rows below. L has a unit diagonal (stored as 1.0), the pivots go to diag[width]; l_ij = t_ij * (1 / d_j);
+// before[width] are the diagonal elements as they were before any update, flags[width] the flags of the columns.
+// Blocked; in parallel when `parallel`.
 struct DenseColumns {
   int32_t rows, width;
   double* val;

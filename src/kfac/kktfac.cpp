@@ -71,8 +71,7 @@ int32_t kktfac_numfac(KktFac* f, const double* d, const double* qval, double shi
   std::copy_n(d, n, f->d.data());
   const spmat* a = f->a;
   const int32_t base = f->type == KKT_NORMAL ? 0 : n;
-  for (int32_t i = 0; i < f->m; ++i)
-    at(base + i, base + i) = shift + f->options.pivotfix + (e != nullptr ? e[i] : 0.0);
+  for (int32_t i = 0; i < f->m; ++i) at(base + i, base + i) = shift + f->options.pivotfix + (e != nullptr ? e[i] : 0.0);
   if (f->type == KKT_NORMAL) {
     for (int32_t k = 0; k < f->nq; ++k) f->d[f->qi[k]] += qval[k];
     for (int32_t j = 0; j < n; ++j) {
@@ -123,7 +122,8 @@ static void solve(KktFac* f, double* x) {
 void kktfac_adasolve(KktFac* f, int32_t nrhs, const double* rhs, double* sol) {
   for (int32_t k = 0; k < nrhs; ++k) {
     double* s = sol + static_cast<std::ptrdiff_t>(k) * f->m;
-    if (s != rhs + static_cast<std::ptrdiff_t>(k) * f->m) std::copy_n(rhs + static_cast<std::ptrdiff_t>(k) * f->m, f->m, s);
+    if (s != rhs + static_cast<std::ptrdiff_t>(k) * f->m)
+      std::copy_n(rhs + static_cast<std::ptrdiff_t>(k) * f->m, f->m, s);
     solve(f, s);
   }
 }

@@ -3,8 +3,8 @@
 //   [ -(Q + diag(d))  A' ] (x)   (r1)
 //   [  A              E  ] (y) = (r2)
 //
-// in one of two ways: by the normal equations M = A diag(1/d) A' + E (Q must be diagonal), dense columns of A by a Schur
-// complement; or by factoring the whole quasi-definite matrix.
+// in one of two ways: by the normal equations M = A diag(1/d) A' + E (Q must be diagonal), dense columns of A by a
+// Schur complement; or by factoring the whole quasi-definite matrix.
 //
 // kktfac_make, kktfac_autosetup once; then for each scaling kktfac_numfac and any number of solves. After the set-up
 // nothing is allocated.
@@ -23,12 +23,12 @@ enum KktResult : int32_t { KKT_OK = 0, KKT_SPACE = 1, KKT_FAILED = 2, KKT_BADIND
 struct KktOptions {
   int32_t type = KKT_AUTO;
   int32_t ordermethod = ORDER_FREE;
-  int32_t offcol = 40;       // dense columns are looked for above this length; 0: none is dense
+  int32_t offcol = 40;  // dense columns are looked for above this length; 0: none is dense
   int32_t debuglvl = 0;
-  int32_t fixedmode = 0;     // request of a panel mode: 0 leaves it open
-  double pivotfix = 1e-12;   // added to the diagonal (type 2: with the sign of the node)
+  int32_t fixedmode = 0;    // request of a panel mode: 0 leaves it open
+  double pivotfix = 1e-12;  // added to the diagonal (type 2: with the sign of the node)
   double mergeratio = 1.0;
-  int32_t maxrefine = -1;    // steps of iterative refinement of a solve; negative: where the residual asks for it
+  int32_t maxrefine = -1;  // steps of iterative refinement of a solve; negative: where the residual asks for it
   int32_t l1kb = 32, l2kb = 1024;
   // Progress codes: 0 start of the set-up, 1/4 start and end of an order, 5 end of the set-up, 2 and 3 within an order,
   // 6 to 8 of the numeric factorisation, 9/10 start and end of the partitioning order. A non-zero answer cancels; the
@@ -56,8 +56,8 @@ struct KktFac;
 KktFac* kktfac_make(sysenv* env, int32_t m, int32_t n, const KktOptions& options);
 void kktfac_delete(KktFac** fac);
 
-// The symbolic phase. a: n columns of length m; at: its rows, or NULL (one is made). Both are borrowed for the life of the
-// object: values may change between factorisations, the pattern may not. Q has the lower triangle qi[k] >= qj[k],
+// The symbolic phase. a: n columns of length m; at: its rows, or NULL (one is made). Both are borrowed for the life of
+// the object: values may change between factorisations, the pattern may not. Q has the lower triangle qi[k] >= qj[k],
 // k < nq, no position twice. KKT_OK, KKT_SPACE, KKT_BADINDEX, KKT_CANCELLED.
 int32_t kktfac_autosetup(KktFac* fac, const spmat* a, const spmat* at, int32_t nq, const int32_t* qi,
                          const int32_t* qj);

@@ -11,7 +11,8 @@ enum NodeFlag : uint16_t {
   NODE_POSITIVE = 8,    // the pivot must be positive
   NODE_SINGLETON = 64,  // touched by a singleton column: its diagonal is bounded away from 0
   NODE_REPAIRED = 256,  // the pivot was repaired in the last factorisation
-  NODE_WRONGSIGN = 512, // the repaired pivot was clearly of the wrong sign: the matrix has not the inertia it should have
+  NODE_WRONGSIGN =
+      512,  // the repaired pivot was clearly of the wrong sign: the matrix has not the inertia it should have
 };
 
 struct PivotRule {

@@ -1,14 +1,15 @@
-// The sparse symmetric factorisation L D L' of a matrix with a fixed pattern: order, analysis (all decisions on structure,
-// symface*.cpp), numeric factorisation and solves (pcholfac*.cpp, pchsolve.cpp), which follow lists and never allocate.
+// The sparse symmetric factorisation L D L' of a matrix with a fixed pattern: order, analysis (all decisions on
+// structure, symface*.cpp), numeric factorisation and solves (pcholfac*.cpp, pchsolve.cpp), which follow lists and
+// never allocate.
 //
 // Calling order: symface_make; symface_setcounts, symface_inij (the pattern, each edge once, node numbering);
 // symface_order or symface_setorder; symface_analyze. Then, as often as wanted: values into the blocks, symface_numfac,
 // symface_solvefwd, the pivots (diag), symface_solvebwd. A new pattern may follow: symface_setcounts begins again.
 //
 // Positions are places in the elimination order (0-based). The factor consists of blocks: block k holds the columns
-// first..first+width-1 as one dense trapezoid, column-major, of width + nrows rows; the rows below the diagonal block are
-// the positions rows[0..nrows), ascending. The blocks from `firsttail` on are the panels of the dense tail: their rows
-// are simply all positions behind them. Value of local row r in column c: values[val + c * ld + r], r >= c.
+// first..first+width-1 as one dense trapezoid, column-major, of width + nrows rows; the rows below the diagonal block
+// are the positions rows[0..nrows), ascending. The blocks from `firsttail` on are the panels of the dense tail: their
+// rows are simply all positions behind them. Value of local row r in column c: values[val + c * ld + r], r >= c.
 #pragma once
 
 #include <cstdint>
@@ -47,19 +48,19 @@ struct SymFace {
   OrderCounts order;
   // After the analysis.
   int32_t nblk = 0, firsttail = 0;
-  int32_t dstart = 0;          // first position of the dense tail; n without one
-  Array<SymBlock> blocks;      // [nblk]
-  Array<int32_t> blockof;      // [n] block of a position
-  Array<int32_t> rows;         // row lists of all blocks before the tail
-  int64_t nnzl = 0;            // elements of the factor with its diagonal, explicit zeros included
+  int32_t dstart = 0;      // first position of the dense tail; n without one
+  Array<SymBlock> blocks;  // [nblk]
+  Array<int32_t> blockof;  // [n] block of a position
+  Array<int32_t> rows;     // row lists of all blocks before the tail
+  int64_t nnzl = 0;        // elements of the factor with its diagonal, explicit zeros included
   double flops = 0.0, denseflops = 0.0, extraflops = 0.0;
   SymSchedule* schedule = nullptr;
   // Numeric.
-  Array<double> store;      // raw block behind `values`
-  double* values = nullptr; // 64-byte aligned
+  Array<double> store;       // raw block behind `values`
+  double* values = nullptr;  // 64-byte aligned
   int64_t numvalues = 0;
-  Array<double> diag;       // [n] by position: pivots after symface_numfac
-  Array<uint16_t> flags;    // [n] NodeFlag by position; set by the caller after the analysis
+  Array<double> diag;     // [n] by position: pivots after symface_numfac
+  Array<uint16_t> flags;  // [n] NodeFlag by position; set by the caller after the analysis
 };
 
 SymFace* symface_make(sysenv* env, const SymOptions& options, int32_t n);
@@ -84,13 +85,13 @@ int32_t symface_order(SymFace* face, int32_t method, const OrderOffer& offer, co
 // memory.
 [[nodiscard]] bool symface_analyze(SymFace* face);
 
-// Factors the values in place; the elements of the lower triangle must stand in the blocks, everything else 0. Hook codes:
-// 6 at the start, 7 with -1.0 after each bounded amount of work, 8 at the start of the dense tail. 0, or 5 when the hook
-// answered non-zero: no solve may follow then, another symface_numfac may.
+// Factors the values in place; the elements of the lower triangle must stand in the blocks, everything else 0. Hook
+// codes: 6 at the start, 7 with -1.0 after each bounded amount of work, 8 at the start of the dense tail. 0, or 5 when
+// the hook answered non-zero: no solve may follow then, another symface_numfac may.
 int32_t symface_numfac(SymFace* face, const OrderHook& hook);
 
-// L y = b and L'x = y, in place, for nrhs right-hand sides x[n] by position, one after the other at stride n. The pivots
-// are the caller's business.
+// L y = b and L'x = y, in place, for nrhs right-hand sides x[n] by position, one after the other at stride n. The
+// pivots are the caller's business.
 void symface_solvefwd(SymFace* face, double* x, int32_t nrhs);
 void symface_solvebwd(SymFace* face, double* x, int32_t nrhs);
 
