@@ -242,10 +242,11 @@ bool run_homogeneous(const Call& call, odat* record) {
 
 // The reduced problem through its canonical form; itr holds the point in the space of the given problem. False when
 // there is nothing to go back with.
-bool run_canonical(const Call& call, const prslvprob& p) {
+bool run_canonical(const Call& call, const prslvprob& p, bool presolved) {
   IpmInfo* info = call.info;
   odat* record = nullptr;
-  const OptProblem problem = opt_problem(p);
+  OptProblem problem = opt_problem(p);
+  problem.reduced = presolved;  // else the elements of fixed columns count
   info->resp = opt_prepare(call.options.form, problem, &record);
   if (info->resp != OPT_RESP_OK) return false;
   info->solvesdual = record->isdual;
@@ -292,7 +293,7 @@ Outcome attempt(const Call& call, const prslvpar& par, bool presolve) {
     if (stat.status != 0)
       reached = itr.defined != 0;
     else
-      reached = run_canonical(call, *p);
+      reached = run_canonical(call, *p, presolve);
     if (!reached && info->resp == HOM_RESP_OK) outcome = Outcome::unproven;
   }
   if (reached && presolve) {
