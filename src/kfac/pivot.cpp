@@ -1,4 +1,3 @@
-// First version of the pivot rule: a bad pivot becomes a small one of the sign wanted.
 #include "kfac/pivot.h"
 
 #include <algorithm>
@@ -6,15 +5,21 @@
 
 namespace tarvo {
 
+// What the updates leave of a diagonal below this share is rounding: the row depends on those before it.
+constexpr double dependent = 1e-13;
+// A pivot that takes its row out of the system: the solution gets 0 there.
+constexpr double removed = 1e128;
+constexpr double clearly_wrong = 1e-6;
+
 double symface_pivot(const PivotRule& rule, double a, double p, uint16_t* flags) {
-  const double tol = std::min(std::max(rule.tol, 2.220446049250313e-16 * std::max(std::abs(p), std::abs(a))), 1e-4);
   *flags = static_cast<uint16_t>(*flags & ~(NODE_REPAIRED | NODE_WRONGSIGN));
-  const bool negative = (*flags & NODE_NEGATIVE) != 0;
-  const double q = negative ? -p : p;
-  if (q >= tol || ((*flags & (NODE_NEGATIVE | NODE_POSITIVE)) == 0 && std::abs(p) >= tol)) return p;
+  const bool negative = (*flags & NODE_NEGATIVE) != 0, positive = (*flags & NODE_POSITIVE) != 0;
+  const double sign = negative || (!positive && p < 0.0) ? -1.0 : 1.0;
+  const double q = sign * p;
+  if (q > dependent * std::fabs(a) && q > 1e-18 * rule.tol) return p;
   *flags |= NODE_REPAIRED;
-  if (q < -100.0) *flags |= NODE_WRONGSIGN;
-  return (negative ? -1.0 : 1.0) * (std::max(std::abs(a) * 1e-10, 1e-8) + std::abs(p));
+  if (q < -clearly_wrong * std::max(1.0, std::fabs(a))) *flags |= NODE_WRONGSIGN;
+  return sign * removed;
 }
 
 }  // namespace tarvo
