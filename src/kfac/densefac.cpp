@@ -18,7 +18,8 @@ namespace {
 // cache.
 constexpr int32_t panel_width = 128;
 constexpr int32_t panel_rows = 192;
-constexpr int64_t panel_worth = 1 << 15;  // elements from which on that pays
+constexpr int64_t panel_worth = 1 << 15;    // elements from which on that pays
+constexpr int64_t panel_share = 500 * 1000;  // multiplications that are worth a thread
 
 struct Dense {
   const DenseKernels* kernels;
@@ -75,10 +76,11 @@ void factor_panel(const Dense& f, int32_t c, int32_t w) {
   }
   factor(f, c, w, first);
   const int32_t blocks = (m + panel_rows - 1) / panel_rows;
-  const int32_t threads = std::min({f.threads, blocks, w / 16});
-  for_threads(std::max(threads, 1), [&](int32_t t) {
+  const int64_t worth = int64_t{m} * w * w / 2 / panel_share;
+  const int32_t threads = std::max(1, static_cast<int32_t>(std::min<int64_t>({f.threads, blocks, worth})));
+  for_threads(threads, [&](int32_t t) {
     // Shares in whole registers of rows, then blocks of a share.
-    const int32_t share = ((m + std::max(threads, 1) - 1) / std::max(threads, 1) + 7) / 8 * 8;
+    const int32_t share = ((m + threads - 1) / threads + 7) / 8 * 8;
     const int32_t end = std::min(m, (t + 1) * share);
     Dense own = f;
     own.work = f.work + t * dense_worksize();

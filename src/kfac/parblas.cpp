@@ -21,7 +21,7 @@ const DenseKernels& best_kernels() {
 const DenseKernels& best = best_kernels();
 
 // A parallel region costs some microseconds: below this many multiplications a thread it does not pay.
-constexpr double worth_a_thread = 100e3;
+constexpr double worth_a_thread = 500e3;
 
 SourceColumns listed(const double* const* list) { return {list, nullptr, 0}; }
 
