@@ -96,6 +96,7 @@ int32_t symface_numfac(SymFace* face, const OrderHook& hook) {
   }
   Run run{face, s, {}, aligned(s->buffer.data()), aligned(s->kernel.data())};
   run.rule.tol = face->options.pivottol;
+  run.rule.shiftbelow = face->options.shiftbelow;
   const double ratio = sum > 0.0 ? face->n * largest / sum : 1.0;
   run.rule.scaleratio = std::max(1.0, ratio * ratio);
   std::fill(s->head.begin(), s->head.end(), -1);

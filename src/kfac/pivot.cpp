@@ -16,6 +16,10 @@ double symface_pivot(const PivotRule& rule, double a, double p, uint16_t* flags)
   const bool negative = (*flags & NODE_NEGATIVE) != 0, positive = (*flags & NODE_POSITIVE) != 0;
   const double sign = negative || (!positive && p < 0.0) ? -1.0 : 1.0;
   const double q = sign * p;
+  if (rule.shiftbelow > 0.0 && a != 0.0 && q <= rule.shiftbelow * std::fabs(a)) {
+    *flags |= NODE_REPAIRED;
+    return p + sign * std::fabs(a);
+  }
   if (q > dependent * std::fabs(a) && q > 1e-18 * rule.tol) return p;
   *flags |= NODE_REPAIRED;
   if (q < -clearly_wrong * std::max(1.0, std::fabs(a))) *flags |= NODE_WRONGSIGN;

@@ -28,6 +28,7 @@ struct SymBlock {
 
 struct SymOptions {
   double pivottol = 1e-12;
+  double shiftbelow = 0.0;  // see PivotRule; may change between factorisations
   double diagshift = 0.0;   // added to every diagonal element
   double mergeratio = 1.0;  // see symface_columns
   int32_t panelmode = 2;
