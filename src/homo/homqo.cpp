@@ -11,7 +11,8 @@ namespace tarvo {
 constexpr int32_t maxlevel = 3;      // of regularisation
 constexpr double baderror = 100.0;   // of a direction, over what the iteration can bear
 constexpr double boundary = 0.9995;  // how near to the boundary a step goes, times relstep
-constexpr double concavity = 1e-9;   // z'Q z below this part of -|Q| z'z proves that Q is not convex
+constexpr int32_t patience = 25;     // iterations without a better point or a better certificate
+constexpr double concavity = 1e-7;   // Q plus this part of its diagonal has to be semidefinite: data are rounded
 
 // What the iterations hand on to each other.
 struct QoRun {
@@ -23,7 +24,10 @@ struct QoRun {
   double pfeas0 = 0.0, dfeas0 = 0.0;  // the first point's
   double minpfeas = HUGE_VAL, mindfeas = HUGE_VAL;
   double bestscore = HUGE_VAL;  // of the saved point
-  double nrmq = 0.0;            // largest element of Q
+  double bestproof = HUGE_VAL;  // of a certificate
+  int32_t bestiter = 0;         // when one of the two became better
+  double error = 0.0;           // of the affine direction
+  int32_t nextsearch = 0;       // for a better level, not before this iteration
   double a = 0.0, dxds = 0.0, status = 0.0;
   double gamma = 0.0, eta = 1.0;
 };
@@ -32,14 +36,27 @@ struct QoRun {
 static double rpfeasf(const HomState* h) { return h->pfeasf / (h->point.tau * (1.0 + h->bscale)); }
 static double rdfeasf(const HomState* h) { return h->dfeasf / (h->point.tau * (1.0 + h->cscale)); }
 
+// |pobj - dobj| over what the user sees as the objective. The complementarity alone would be no measure: multipliers
+// can be so large that small residuals change the objective by much.
+static double rgap(const HomState* h) {
+  return std::abs(h->pobj - h->dobj) / (std::abs(h->dobj) + 1.0 / std::abs(h->par.objscale));
+}
+
 static double score(const HomState* h) {
-  return std::max({rpfeasf(h) / h->par.tolpfeas, rdfeasf(h) / h->par.toldfeas, h->relgap / h->par.tolgap});
+  return std::max({rpfeasf(h) / h->par.tolpfeas, rdfeasf(h) / h->par.toldfeas, rgap(h) / h->par.tolgap});
 }
 
 static void savebest(QoRun* r) {
   HomState* h = r->h;
   const double now = score(h);
+  const double proof =
+      std::min(h->by > 0.0 ? h->dfeasinff / h->by : HUGE_VAL, h->cx < 0.0 ? -h->pfeasinff / h->cx : HUGE_VAL);
+  if (proof < 0.9 * r->bestproof) {
+    r->bestproof = proof;
+    r->bestiter = h->iter;
+  }
   if (!(now < r->bestscore)) return;
+  if (now < 0.9 * r->bestscore) r->bestiter = h->iter;
   r->bestscore = now;
   hom_copyvec(h, h->point, &h->saved);
   std::copy_n(h->keys, h->n, h->savedkeys);
@@ -72,80 +89,103 @@ static bool acceptable(QoRun* r) {
   return good;
 }
 
-// The tests of the end. The certificates are those of a linear problem, whose residual contains Q x: an infeasible run
-// never becomes feasible relative to tau, so they cannot wait for that.
+// The tests of the end. The certificates are those of a linear problem, with Q x among the residuals of a ray: an
+// infeasible run never becomes feasible relative to tau, so they cannot wait for that.
 static bool hom_checktermqo(QoRun* r) {
   HomState* h = r->h;
+  hom_print(h, "tau: %e kappa: %e rp: %e rd: %e rgap: %e mu: %e\n", h->point.tau, h->point.kappa, rpfeasf(h),
+            rdfeasf(h), rgap(h), h->mu);
   if (rpfeasf(h) <= h->par.tolpfeas && rdfeasf(h) <= h->par.toldfeas) {
     hom_print(h, "Is homogenous feasible\n");
-    if (h->relgap > h->par.tolgap) hom_print(h, "Large rel gap. Delay: %d\n", static_cast<int>(r->delay));
+    if (rgap(h) > h->par.tolgap)
+      hom_print(h, "Large rel gap. Delay: %d\n", static_cast<int>(r->delay));
+    else {
+      h->prosta = HOM_PRO_FEASIBLE;
+      h->solsta = HOM_SOL_OPTIMAL;
+      return true;
+    }
   }
-  if (hom_checkterm(h, true, 0, false) && (h->solsta == HOM_SOL_OPTIMAL || !r->delay)) return true;
+  if (hom_checkterm(h, true, r->delay ? -1 : 0, false) && h->solsta != HOM_SOL_OPTIMAL) return true;
   h->prosta = HOM_PRO_UNKNOWN;
   h->solsta = HOM_SOL_UNKNOWN;
-  if (hom_checkterm(h, true, -1, false)) return true;
-  if (h->mu <= h->par.tolmured * h->mu0 && rpfeasf(h) <= 100.0 * h->par.tolpfeas &&
-      rdfeasf(h) <= 100.0 * h->par.toldfeas && h->relgap <= h->par.tolgap) {
-    h->prosta = HOM_PRO_FEASIBLE;
-    h->solsta = HOM_SOL_OPTIMAL;
-    return true;
-  }
   return false;
 }
 
-// The best point of a run that could not go on may still be good enough.
+// The best point of a run that could not go on may still be good enough. The gap may then be judged by the
+// complementarity, as long as the objectives agree to what most users look at.
 static void finish(QoRun* r) {
+  constexpr double loosegap = 100.0;
   HomState* h = r->h;
-  if (h->resp == HOM_RESP_STALL) {
-    const bool certificate = hom_checkterm(h, true, 1, false) && h->solsta != HOM_SOL_OPTIMAL;
-    if (!certificate) {
-      restorebest(r);
-      const double near = h->par.tolnearrel;
-      h->prosta = HOM_PRO_UNKNOWN;
-      h->solsta = HOM_SOL_UNKNOWN;
-      if (!hom_checktermqo(r) && score(h) <= near) {
-        h->prosta = HOM_PRO_FEASIBLE;
-        h->solsta = HOM_SOL_NEAROPTIMAL;
-      }
-    }
-    if (h->solsta != HOM_SOL_UNKNOWN) h->resp = HOM_RESP_OK;
+  if (h->resp == HOM_RESP_STALL && (!hom_checkterm(h, true, 1, false) || h->solsta == HOM_SOL_OPTIMAL)) {
+    restorebest(r);
+    h->prosta = HOM_PRO_UNKNOWN;
+    h->solsta = HOM_SOL_UNKNOWN;
+    const HomParams& par = h->par;
+    const bool feasible = rpfeasf(h) <= par.tolpfeas && rdfeasf(h) <= par.toldfeas;
+    if (feasible && h->relgap <= par.tolgap && rgap(h) <= loosegap * par.tolgap)
+      h->solsta = HOM_SOL_OPTIMAL;
+    else if (score(h) <= par.tolnearrel)
+      h->solsta = HOM_SOL_NEAROPTIMAL;
+    if (h->solsta != HOM_SOL_UNKNOWN) h->prosta = HOM_PRO_FEASIBLE;
   }
+  if (h->resp == HOM_RESP_STALL && h->solsta != HOM_SOL_UNKNOWN) h->resp = HOM_RESP_OK;
   if (h->solsta != HOM_SOL_OPTIMAL) hom_finalkeys(h);
 }
 
-// z'Q z along what a step changes in x / tau.
-static bool concave(QoRun* r, const HomVec& dir) {
-  HomState* h = r->h;
-  double* z = h->wn2;
-  double size = 0.0;
-  for (int32_t j = 0; j < h->n; ++j) {
-    z[j] = dir.x[j] - h->point.x[j] / h->point.tau * dir.tau;
-    size += z[j] * z[j];
+// Is Q positive semidefinite? The pivots of -(Q + D) for a small D tell; rows with a large diagonal do not disturb
+// them.
+static void checkconvex(HomState* h) {
+  bool convex = true;
+  std::fill(h->wn1, h->wn1 + h->n, 1.0);
+  for (int32_t k = 0; k < h->nq; ++k) {
+    if (h->qi[k] != h->qj[k] || h->q[k] == 0.0) continue;
+    convex = convex && h->q[k] > 0.0;
+    h->wn1[h->qi[k]] = concavity * h->q[k];
   }
-  return hom_qotimes(h, z, h->wn3) < -concavity * r->nrmq * size;
+  if (convex && !h->useh) {
+    const int32_t code = kktfac_numfac(h->kkt, h->wn1, h->q, 1e20 * (1.0 + h->amax * h->amax), nullptr);
+    if (code == KKT_CANCELLED && h->resp == HOM_RESP_OK) h->resp = HOM_RESP_CANCELLED;
+    convex = code != KKT_OK || kktfac_getstats(h->kkt).wrongsign == 0;
+  }
+  if (!convex) h->resp = HOM_RESP_NOTCONVEX;
 }
 
-// Factors; a pivot of the wrong sign or an inaccurate direction asks for more regularisation. False ends the run.
+// Factors at a level and computes the affine direction. False ends the run.
+static bool tryaffine(QoRun* r, int32_t level) {
+  HomState* h = r->h;
+  r->level = level;
+  const int32_t code = hom_qofactor(h, level);
+  if (code != KKT_OK) {
+    if (h->resp == HOM_RESP_OK) h->resp = code == KKT_CANCELLED ? HOM_RESP_CANCELLED : HOM_RESP_FACTOR;
+    return false;
+  }
+  r->error = hom_qosearch(h, HomTarget{.eta = 1.0, .mut = 0.0}, &h->affine);
+  hom_print(h, "Level %d: error: %e repaired: %d pi: %e (%e)\n", level, r->error, kktfac_getstats(h->kkt).repaired,
+            h->pi, h->beta);
+  return true;
+}
+
+// The affine direction at the present level; at the best level of all when it is inaccurate.
 static bool affine(QoRun* r) {
   HomState* h = r->h;
-  for (;; ++r->level) {
-    const int32_t code = hom_qofactor(h, r->level);
-    if (code != KKT_OK) {
-      if (h->resp == HOM_RESP_OK) h->resp = code == KKT_CANCELLED ? HOM_RESP_CANCELLED : HOM_RESP_FACTOR;
-      return false;
+  if (!tryaffine(r, r->level)) return false;
+  if (r->error > baderror && (h->iter >= r->nextsearch || r->error == HUGE_VAL)) {
+    const int32_t given = r->level;
+    const double error = r->error;
+    int32_t best = given;
+    double least = error;
+    for (int32_t level = 0; level <= maxlevel && r->error > baderror; ++level) {
+      if (level == given) continue;
+      if (!tryaffine(r, level)) return false;
+      if (r->error < least) {
+        least = r->error;
+        best = level;
+      }
     }
-    const bool wrong = kktfac_getstats(h->kkt).wrongsign > 0;
-    const double error = wrong ? HUGE_VAL : hom_qosearch(h, HomTarget{.eta = 1.0, .mut = 0.0}, &h->affine);
-    hom_print(h, "Factor at level %d: wrong signs: %d error: %e pi: %e (%e)\n", r->level,
-              kktfac_getstats(h->kkt).wrongsign, error, h->pi, h->beta);
-    if (error <= baderror) break;
-    if (r->level == maxlevel) {
-      if (wrong) h->resp = HOM_RESP_NOTCONVEX;
-      if (!wrong && error == HUGE_VAL) h->resp = HOM_RESP_STALL;
-      break;
-    }
+    if (r->level != best && !tryaffine(r, best)) return false;
+    if (r->error > 0.1 * error) r->nextsearch = h->iter + 4;  // nothing was gained: no search for a while
   }
-  if (h->resp == HOM_RESP_OK && concave(r, h->affine)) h->resp = HOM_RESP_NOTCONVEX;
+  if (r->error == HUGE_VAL) h->resp = HOM_RESP_STALL;
   return h->resp == HOM_RESP_OK;
 }
 
@@ -242,7 +282,7 @@ void hom_optqo(HomState* h) {
   hom_start(h);
   QoRun run{.h = h, .iter0 = h->iter};
   QoRun* r = &run;
-  for (int32_t k = 0; k < h->nq; ++k) r->nrmq = std::max(r->nrmq, std::abs(h->q[k]));
+  if (h->resp == HOM_RESP_OK) checkconvex(h);
   while (h->resp == HOM_RESP_OK) {
     hom_inititer(h);
     if (acceptable(r)) {
@@ -255,7 +295,10 @@ void hom_optqo(HomState* h) {
       h->resp = HOM_RESP_STALL;
       break;
     }
-    if (h->iter >= h->par.maxiter) h->resp = HOM_RESP_MAXITER;
+    if (h->iter >= h->par.maxiter)
+      h->resp = HOM_RESP_MAXITER;
+    else if (h->iter > r->bestiter + patience)
+      h->resp = HOM_RESP_STALL;
     if (hom_report(h) != 0 || h->resp != HOM_RESP_OK) break;
     if (!affine(r)) break;
     choosecentring(r);

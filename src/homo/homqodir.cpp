@@ -44,8 +44,14 @@ double hom_qotimes(const HomState* h, const double* v, double* qv) {
   return vqv;
 }
 
-// The regularisation of the first level and its growth from level to level. Refinement removes what it does.
-constexpr double firstregu = 1e-9, regugrowth = 100.0;
+// What stands on the diagonal beside the problem's own terms, for the first level. Refinement removes its effect, which
+// is quick only where the problem's own terms are larger; so it is as small as the factorisation allows: a free column
+// without quadratic term has nothing else, and rows whose columns all go to 0 have next to nothing.
+struct Regularisation {
+  double bounded, free, row;
+};
+constexpr Regularisation sqdregu{1e-12, 1e-8, 1e-11}, normalregu{0.0, 1e-12, 1e-16};
+constexpr double regugrowth = 10.0;
 
 // The column of dtau and with it pi.
 static void initcomputations(HomState* h) {
@@ -86,15 +92,13 @@ static void initcomputations(HomState* h) {
 
 int32_t hom_qofactor(HomState* h, int32_t regulevel) {
   HomTimer timer(&h->time.factor);
-  const double regu = firstregu * std::pow(regugrowth, regulevel);
-  // Normal equations need it where nothing else stands on the diagonal; a quadratic term on all free columns does.
   const bool normal = kktfac_getstats(h->kkt).type == KKT_NORMAL;
-  h->reguada = normal ? regu * 1e-3 : regu;
-  for (int32_t j = 0; j < h->n; ++j) {
-    const double d = j < h->nb ? h->d[j] : 0.0;
-    h->rx[j] = normal && regulevel == 0 && j < h->nb ? 0.0 : regu;
-    h->wn1[j] = d + h->rx[j];
-  }
+  const Regularisation& regu = normal ? normalregu : sqdregu;
+  const double growth = std::pow(regugrowth, regulevel);
+  h->reguada = regu.row * growth;
+  for (int32_t j = 0; j < h->nb; ++j) h->rx[j] = regu.bounded * growth;
+  for (int32_t j = h->nb; j < h->n; ++j) h->rx[j] = regu.free * growth;
+  for (int32_t j = 0; j < h->n; ++j) h->wn1[j] = (j < h->nb ? h->d[j] : 0.0) + h->rx[j];
   const int32_t code = kktfac_numfac(h->kkt, h->wn1, h->q, h->reguada, nullptr);
   if (code == KKT_OK) initcomputations(h);
   return code;
@@ -219,6 +223,29 @@ static double errorof(const HomState* h, const HomVec& res, const Bearable& bear
   return std::isfinite(primal + dual + res.tau) ? error : HUGE_VAL;
 }
 
+// Moves what is left of the dual rows into slacks whose products hardly notice: where x is next to 0, s comes from
+// (R6 - s dx) / x with an error far above that of the row itself.
+static void shiftdual(HomState* h, HomVec* dir, HomVec* res) {
+  constexpr double share = 1e-3;  // of the product
+  const HomVec& p = h->point;
+  const int32_t first = h->nb - h->nu;
+  for (int32_t j = 0; j < h->nb; ++j) {
+    const double r = res->x[j];
+    const int32_t i = j - first;
+    if (i >= 0 && p.xup[i] < p.x[j]) {
+      if (!(std::abs(r) * p.xup[i] <= share * h->mu)) continue;
+      dir->yup[i] += r;
+      dir->sup[i] -= r;
+      res->yup[i] += p.xup[i] * r;
+    } else {
+      if (!(std::abs(r) * p.x[j] <= share * h->mu)) continue;
+      dir->s[j] += r;
+      res->s[j] -= p.x[j] * r;
+    }
+    res->x[j] = 0.0;
+  }
+}
+
 double hom_qosearch(HomState* h, const HomTarget& target, HomVec* dir) {
   HomTimer timer(&h->time.computesd);
   constexpr int32_t maxrounds = 8;
@@ -241,11 +268,16 @@ double hom_qosearch(HomState* h, const HomTarget& target, HomVec* dir) {
     const double now = errorof(h, h->res, bear);
     if (!(now < error)) {
       addvec(h, -1.0, h->cordir, dir);
+      hom_qoresiduals(h, h->rhs, *dir, &h->res);
       break;
     }
     const bool slow = now > 0.5 * error;
     error = now;
     if (slow) break;
+  }
+  if (error > 1.0 && error < HUGE_VAL) {
+    shiftdual(h, dir, &h->res);
+    error = errorof(h, h->res, bear);
   }
   return error;
 }

@@ -90,7 +90,8 @@ bool hs_copy(HomState* h, const HomProblem& p, Owned* own) {
   for (int32_t j = 0; j < p.q->nvec; ++j) {
     for (int32_t t = p.q->ptrb[j]; t < p.q->ptre[j]; ++t) {
       const int32_t i = p.q->sub[t];
-      if (i != j && p.q->val[t] != 0.0) h->useh = false;
+      if (i != j && p.q->val[t] == 0.0) continue;
+      if (i != j) h->useh = false;
       own->qi[h->nq] = std::max(place[i], place[j]);
       own->qj[h->nq] = std::min(place[i], place[j]);
       own->q[h->nq++] = p.q->val[t];
@@ -219,11 +220,18 @@ void hs_setup(HomState* h, const HomProblem& problem, Owned* own) {
   hs_scale(h);
   if (!spmat_transpose(h->a, nullptr, false, &own->at, false)) return;
   h->at = own->at;
-  if (h->useh)
-    for (int32_t k = 0; k < h->nq; ++k)
-      if (h->qi[k] == h->qj[k]) h->qdiag[h->qi[k]] += h->q[k];
+  if (h->useh) {
+    double most = 0.0;
+    for (int32_t k = 0; k < h->nq; ++k) {
+      h->qdiag[h->qi[k]] += h->q[k];
+      most = std::max(most, h->qdiag[h->qi[k]]);
+    }
+    // On a free column only Q stands on the diagonal that the normal equations divide by.
+    for (int32_t j = h->nb; j < h->n; ++j) h->useh = h->useh && h->qdiag[j] > 1e-8 * most;
+  }
   KktOptions options = h->par.kkt;
   if (options.type == KKT_AUTO) options.type = h->nq == 0 || h->useh ? KKT_NORMAL : KKT_SQD;
+  if (h->nq > 0) options.pivotfix = 0.0;  // hom_optqo regularises by itself
   options.hook = {h, hs_progress};
   h->kkt = kktfac_make(h->env, h->m, h->n, options);
   if (h->kkt == nullptr) return;
