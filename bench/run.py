@@ -98,7 +98,7 @@ def run_glpsol(path, options, limit, free=False):
                             limit + 30)
     if not free and "MPS file processing error" in output:
         return run_glpsol(path, options, limit, True)
-    rows = re.findall(r"^[*#]?\s*(\d+): obj =\s*(\S+)", output, re.M)
+    rows = re.findall(r"^[*#]?\s*(\d+): obj =\s*([^\s;]+)", output, re.M)
     status = ("optimal" if "OPTIMAL" in output else "infeasible" if "NO PRIMAL FEASIBLE" in output or
               "NO FEASIBLE" in output else "unbounded" if "UNBOUNDED" in output or "NO DUAL FEASIBLE" in output else
               "timeout" if late or "TIME LIMIT" in output else "unknown")
