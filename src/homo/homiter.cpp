@@ -205,16 +205,19 @@ void hom_inititer(HomState* h) {
   h->pobj = (h->cx + half) / tau + h->cfix;
   h->dobj = (h->by - half) / tau + h->cfix;
   h->rcgap = h->cgapf0 > 0.0 ? h->cgapf / h->cgapf0 : 1.0;
-  // |pobj - dobj| or the complementarity over max(1, |dobj|) + 1 / |objscale|, numerator and denominator times tau.
-  const double value = std::abs(h->by - half);
+  // |pobj - dobj| or the complementarity over max(1, |dobj|) + 1 / |objscale|, numerator and denominator times tau. The
+  // constant may cancel most of the objective (bounds shifted to 0 leave much in it) or be most of it; neither may hide
+  // a gap.
+  const double dual = h->by - half, value = std::min(std::abs(dual), std::abs(dual + h->cfix * tau));
   h->relgap = std::min(h->cgapf / tau, std::abs(h->cx + h->xqx / tau - h->by)) /
               (std::max(tau, value) + tau / std::abs(h->par.objscale));
 }
 
-// The weight of a certificate's residual against its value.
+// The weight of a certificate's residual against its value. A loose certificate has to hold for points of the size that
+// the data suggest all the more.
 static double weight(double own, double matrix, double other, int32_t level) {
   const double r = own / std::max({1.0, matrix, other});
-  return level < 0 ? std::max(1.0, r) : level > 0 ? std::min(1.0, r) : r;
+  return level != 0 ? std::max(1.0, r) : r;
 }
 
 bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
@@ -229,12 +232,13 @@ bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
     solsta = HOM_SOL_OPTIMAL;
   } else {
     const double value = -h->cx;  // of the ray; b'y + u'yup is that of the other certificate
-    const auto vanished = [&](double v, double r, double residual, double norm) {
-      return tau <= f * e && v >= std::sqrt(f * e) * tau * norm && r * residual < 100.0 * e * v;
+    const auto proves = [&](double v, double r, double residual, double norm) {
+      return r * residual < (level > 0 ? f * e : e) * v ||
+             (tau <= f * e && v >= std::sqrt(f * e) * tau * norm && r * residual < 100.0 * e * v);
     };
     if (value > 0.0) {
       const double r = weight(h->nrmc, h->nrma, h->nrmb, level);
-      if (r * h->pfeasinff < e * value || vanished(value, r, h->pfeasinff, h->nrmc)) {
+      if (proves(value, r, h->pfeasinff, h->nrmc)) {
         prosta = HOM_PRO_DUALINFEAS;
         solsta = HOM_SOL_DUALCER;
       }
@@ -242,7 +246,7 @@ bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
     if (h->by > 0.0) {
       const double r = weight(h->nrmb, h->nrma, h->nrmc, level);
       const bool better = solsta == HOM_SOL_UNKNOWN || h->dfeasinff / h->by < h->pfeasinff / value;
-      if (better && (r * h->dfeasinff <= e * h->by || vanished(h->by, r, h->dfeasinff, h->nrmb))) {
+      if (better && proves(h->by, r, h->dfeasinff, h->nrmb)) {
         prosta = HOM_PRO_PRIMINFEAS;
         solsta = HOM_SOL_PRIMCER;
       }

@@ -14,6 +14,9 @@ constexpr double hopelessgap = 1e-32;    // per pair: no more to come, the loose
 constexpr double meritfloor = 1e-8;      // residuals below this need not fall
 constexpr double baddirection = 1000.0;  // dx'ds of an affine direction, zero in exact arithmetic, over the gap
 
+constexpr int32_t maxpolish = 3;   // iterations for less violation than the tolerances ask for
+constexpr double finefeas = 1e-8;  // and where that ends
+
 // What the iterations hand on to each other.
 struct LpRun {
   HomState* h;
@@ -27,16 +30,25 @@ struct LpRun {
   bool lax = false;       // no sharper test than the plain one has a chance
   bool stop = false;      // the run ends with this iteration
   int32_t stepidx = 0;    // where in the table of fractions steps begin
-  double meritexp = 0.0, gapexp = 0.0;  // what the last step promised
-  double meritold = 0.0;                // meritfeasif of the last iteration
+  double meritexp = 0.0, gapexp = 0.0, sumexp = 0.0;  // what the last step promised
+  double meritold = 0.0;                              // meritfeasif of the last iteration
   double minpfeas = HUGE_VAL, mindfeas = HUGE_VAL;
   double savedxqxf = 0.0, savedsqsf = 0.0;
+  bool polishing = false;  // the saved point passed the test (passlevel, passstrict)
+  int32_t passlevel = 0;
+  bool passstrict = false;
+  int32_t polished = 0;         // iterations beyond the tolerances,
+  double violation = HUGE_VAL;  // and what the last one of them began with
 
   // Of the affine direction and the step built on it.
   bool usestep = true, usecor = true, usemulcor = true;
   double a = 0.0, dxds = 0.0, status = 0.0;
   double gamma = 0.0, eta = 1.0;
 };
+
+// The sum of the products alone, which falls as a step promises; the geometric mean that cgapf has for the cone on top
+// of it may rise while the cone is centred.
+static double productsum(const HomState* h) { return h->cgapf - (h->nf > 0 ? std::sqrt(h->xqxf * h->sqsf) : 0.0); }
 
 static void wantregularisation(LpRun* r, int32_t level) { r->incregu = std::max(r->incregu, level); }
 
@@ -91,15 +103,32 @@ static void restorepoint(LpRun* r) {
   r->meritold = h->meritfeasif;
 }
 
+// The largest violations of the given problem's rows and bounds, and of its dual rows.
+static double violation(const HomState* h) {
+  double primal = 0.0, dual = 0.0;
+  const int32_t first = h->nb - h->nu;
+  for (int32_t i = 0; i < h->m; ++i) primal = std::max(primal, std::abs(h->rp[i]) * h->rowscale[i]);
+  for (int32_t i = 0; i < h->nu; ++i) primal = std::max(primal, std::abs(h->rpu[i]) / h->colscale[first + i]);
+  for (int32_t j = 0; j < h->n; ++j) dual = std::max(dual, std::abs(h->rd[j]) * h->colscale[j]);
+  return std::max(primal, dual * h->scale) / h->point.tau;
+}
+
 // Keeps the new point, or goes back to the last good one.
 static void acceptpoint(LpRun* r) {
   HomState* h = r->h;
   r->lax = false;
   if (h->iter == r->iter0) return savepoint(r);
   r->lax = h->cgapf <= hopelessgap * h->n_c || (r->regulevel >= 2 && r->meritexp <= h->meritfeas2f);
-  const bool gapok = h->cgapf <= r->gapexp;
+  const bool gapok = h->cgapf <= r->gapexp || productsum(h) <= r->sumexp;
   const bool meritok = r->feasible || h->meritfeas2f <= r->meritexp ||
                        (h->pfeasf <= h->par.growth * r->minpfeas && h->dfeasf <= h->par.growth * r->mindfeas);
+  if (r->polishing) {  // what passed already may only get better
+    if (r->good && gapok && meritok && r->incregu == 0 && hom_checkterm(h, false, r->passlevel, r->passstrict) &&
+        violation(h) < r->violation)
+      return savepoint(r);
+    r->incregu = 0;
+    return restorepoint(r);
+  }
   if (r->good && gapok && meritok) return savepoint(r);
   if (r->good) wantregularisation(r, 2);
   hom_print(h, "New solution is NOT accepted.\n");
@@ -113,10 +142,32 @@ static void acceptpoint(LpRun* r) {
   restorepoint(r);
 }
 
+// An optimum within the tolerances, which are relative to the largest numbers of the problem: worth another iteration
+// while violations that a user sees are left and the last iteration took most of them away.
+static bool improves(LpRun* r, int32_t level, bool strict) {
+  HomState* h = r->h;
+  if (r->stop || r->incregu > 0 || r->regulevel > 0 || r->polished == maxpolish || h->iter >= h->par.maxiter)
+    return false;
+  const double now = violation(h), before = r->violation;
+  r->violation = now;
+  if (now <= finefeas || now > 0.5 * before) return false;
+  ++r->polished;
+  r->polishing = true;
+  r->passlevel = level;
+  r->passstrict = strict;
+  return true;
+}
+
 static bool finished(LpRun* r, int32_t level, bool strict, const char* text) {
-  if (!hom_checkterm(r->h, true, level, strict)) return false;
-  hom_print(r->h, "%s", text);
-  r->h->resp = HOM_RESP_OK;
+  HomState* h = r->h;
+  if (!hom_checkterm(h, true, level, strict)) return false;
+  if (h->solsta == HOM_SOL_OPTIMAL && improves(r, level, strict)) {
+    h->prosta = HOM_PRO_UNKNOWN;
+    h->solsta = HOM_SOL_UNKNOWN;
+    return false;
+  }
+  hom_print(h, "%s", text);
+  h->resp = HOM_RESP_OK;
   return true;
 }
 
@@ -277,6 +328,7 @@ static void stalled(LpRun* r, double step) {
   HomState* h = r->h;
   r->meritexp = h->meritfeas2f;
   r->gapexp = h->cgapf;
+  r->sumexp = productsum(h);
   if (h->par.usereg) {
     hom_print(h, "The solver is stalled due to the short stepsize %-.2e (lpval: %e).\n", step, h->lpval);
     hom_print(h, "Increasing regulevel\n");
@@ -315,6 +367,7 @@ static void steppoint(LpRun* r) {
     if (veryshort) return stalled(r, length);
     r->meritexp = h->meritfeas2f * std::max(1.0 - 0.1 * r->eta * t, 0.5);
     r->gapexp = (1.0 - 0.5 * r->eta * t) * h->cgapf;
+    r->sumexp = (1.0 - 0.5 * r->eta * t) * productsum(h);
     if (!r->usecor) ++h->numdroppedcor;
     hom_takestep(h, t, h->dir);
     r->delay = undecided(r, t);
@@ -348,6 +401,7 @@ void hom_optlp(HomState* h) {
     if (hom_report(h) != 0 || h->resp != HOM_RESP_OK) break;
     r->meritexp = h->meritfeas2f;
     r->gapexp = h->cgapf;
+    r->sumexp = productsum(h);
     if (relaxed(r) || !finddirection(r)) break;
     useaffine(r);
     if (r->usestep) {

@@ -6,7 +6,7 @@
 namespace tarvo {
 
 // What the updates leave of a diagonal below this share is rounding: the row depends on those before it.
-constexpr double dependent = 1e-13;
+constexpr double dependent = 1e-15;
 // A pivot that takes its row out of the system: the solution gets 0 there.
 constexpr double removed = 1e128;
 constexpr double clearly_wrong = 1e-6;
