@@ -8,6 +8,7 @@
 #include "tarvo/frame.h"
 #include "tarvo/log.h"
 #include "tarvo/tarvobas.h"
+#include "tarvo/tarvoco.h"
 #include "tarvo/tarvodat.h"
 #include "tarvo/tarvoinf.h"
 #include "tarvo/tarvointpnt.h"
@@ -154,7 +155,7 @@ int32_t optimize_single(Task* task, double cpu0, double real0) {
   if (response != TRV_RES_OK) return report<TRV_RES_ERR_SPACE>(task);
   if (optimizer == TRV_OPTIMIZER_CONIC || (optimizer == TRV_OPTIMIZER_FREE && task->numcone > 0)) {
     if (probtype == TRV_PROBTYPE_MIXED) return report<TRV_RES_ERR_MIXED_PROBLEM>(task);
-    return optimize_general(task, optimizer);
+    return conicoptimizer(task, cpu0, real0);
   }
   if (is_simplex(optimizer)) {
     if (probtype != TRV_PROBTYPE_LO) return report<TRV_RES_ERR_INV_OPTIMIZER>(task, optimizer);

@@ -310,7 +310,7 @@ TEST_F(Optimize, WhatCannotBeSolvedSaysWhy) {
   ASSERT_EQ(TRV_optimize(task), 0);
   expect_optimum(-2.0);
   for (const int32_t optimizer :
-       {TRV_OPTIMIZER_CONIC, TRV_OPTIMIZER_QCONE, TRV_OPTIMIZER_CONCURRENT}) {
+       {TRV_OPTIMIZER_QCONE, TRV_OPTIMIZER_CONCURRENT}) {
     TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer);
     EXPECT_EQ(TRV_optimize(task), TRV_RES_ERR_INV_OPTIMIZER);
   }
