@@ -220,7 +220,7 @@ TEST_P(Conic, UnattainedOptimumEnds) {
   f.cone(TRV_CT_QUAD, {0, 1, 2});
   f.solve();
   EXPECT_TRUE(f.response == TRV_RES_OK || f.response == TRV_RES_TRM_STALL) << f.response;
-  EXPECT_LT(std::fabs(f.dinf(TRV_DINF_SOL_ITR_PRIMAL_OBJ)), 1e-4);
+  EXPECT_LT(std::fabs(f.dinf(TRV_DINF_SOL_ITR_PRIMAL_OBJ)), 1e-3);
 }
 
 // 200 cones of 30 with random budgets: min sum of heads, each tail on a hyperplane g'x = 1 has head 1 / |g|.
