@@ -9,32 +9,9 @@
 #include <cmath>
 #include <new>
 
-#include "kfac/symface.h"
+#include "kfac/kktfac_internal.h"
 
 namespace tarvo {
-
-struct KktFac {
-  sysenv* env = nullptr;
-  int32_t m = 0, n = 0, type = 0, dim = 0;
-  KktOptions options;
-  KktStats stats;
-  SymFace* sym = nullptr;
-  const spmat* a = nullptr;
-  int32_t nq = 0;
-  const int32_t *qi = nullptr, *qj = nullptr;
-  // Normal equations: A by columns with positions instead of rows, ascending, and by positions.
-  Array<int64_t> colptr, rowptr, cursor;
-  Array<int32_t> colpos, rowcol;
-  Array<double> colval, rowval;
-  Array<int32_t> relative;  // [dim]
-  // The whole system: places of the elements in the store.
-  Array<int64_t> aplace, qplace, dplace;
-  // Numbers of the last factorisation.
-  Array<double> dd, shift, qval;  // [n] diagonal (with Q when it is diagonal), [m] E, [nq]
-  bool hasq = false;
-  Array<double> work, residual, correction;
-  ~KktFac() { symface_delete(&sym); }
-};
 
 namespace {
 
@@ -57,6 +34,7 @@ bool normal_pattern(KktFac* f, const spmat* at) {
     for (int32_t i = 0; i < f->m; ++i) {
       for (int32_t t = at->ptrb[i]; t < at->ptre[i]; ++t) {
         const int32_t j = at->sub[t];
+        if (f->dense.num > 0 && f->dense.isdense[j] != 0) continue;
         for (int32_t s = a->ptrb[j]; s < a->ptre[j]; ++s) {
           const int32_t k = a->sub[s];
           if (k <= i || mark[k] == i + stamp) continue;
@@ -88,6 +66,57 @@ bool whole_pattern(KktFac* f) {
   return true;
 }
 
+int32_t order_pattern(KktFac* f) {
+  f->stats.nnzm = f->sym->start[f->dim] + f->dim;
+  const double begin = sysenv_cputime();
+  const int32_t result = symface_order(f->sym, f->options.ordermethod, {}, f->options.hook);
+  f->stats.ordertime += sysenv_cputime() - begin;
+  return result == ORDER_CANCELLED ? KKT_CANCELLED : result != ORDER_OK ? KKT_SPACE : KKT_OK;
+}
+
+int32_t order_whole(KktFac* f) { return whole_pattern(f) ? order_pattern(f) : KKT_SPACE; }
+
+// The work of a factorisation and its solves with `num` columns left out.
+double work_of(const KktFac* f, int32_t num) {
+  const OrderCounts& counts = f->sym->order;
+  const double k = num;
+  return counts.work + k * (2.0 * static_cast<double>(counts.nnz) + k * f->m) + k * k * k / 3.0;
+}
+
+// Orders the normal equations and decides about the dense columns: without them when that is much less work.
+int32_t kktfac_adaorder(KktFac* f, const spmat* at) {
+  if (!kktfac_denseselect(f)) return KKT_SPACE;
+  if (f->dense.num == 0) return normal_pattern(f, at) ? order_pattern(f) : KKT_SPACE;
+  const int32_t num = f->dense.num;
+  if (!normal_pattern(f, at)) return KKT_SPACE;
+  int32_t result = order_pattern(f);
+  if (result != KKT_OK) return result;
+  const double without = work_of(f, num);
+  // What the columns add to the pattern at most; where that is much, a factor with them is no choice.
+  double added = 0.0;
+  for (int32_t k = 0; k < num; ++k) {
+    const int32_t j = f->dense.column[k];
+    const double length = f->a->ptre[j] - f->a->ptrb[j];
+    added += 0.5 * length * length;
+  }
+  constexpr double too_much = 10.0, gain = 0.7;
+  const double whole = 0.5 * static_cast<double>(f->m) * f->m;
+  if (std::min(added, whole) > too_much * static_cast<double>(f->sym->order.nnz)) return KKT_OK;
+  Array<int32_t> perm;
+  if (!perm.alloc(f->env, static_cast<std::size_t>(f->m))) return KKT_SPACE;
+  std::copy_n(f->sym->perm.data(), f->m, perm.data());
+  const OrderCounts counts = f->sym->order;
+  f->dense.num = 0;
+  if (!normal_pattern(f, at)) return KKT_SPACE;
+  result = order_pattern(f);
+  if (result != KKT_OK || gain * work_of(f, 0) <= without) return result;
+  f->dense.num = num;
+  if (!normal_pattern(f, at) || !symface_setorder(f->sym, perm.data())) return KKT_SPACE;
+  f->sym->order = counts;
+  f->stats.nnzm = f->sym->start[f->dim] + f->dim;
+  return KKT_OK;
+}
+
 // ---- Plans of the numeric input
 
 bool normal_plan(KktFac* f, const spmat* at) {
@@ -115,6 +144,7 @@ bool normal_plan(KktFac* f, const spmat* at) {
   f->rowptr[m] = put;
   double flops = 0.0;
   for (int32_t j = 0; j < f->n; ++j) {
+    if (f->dense.num > 0 && f->dense.isdense[j] != 0) continue;
     const auto length = static_cast<double>(a->ptre[j] - a->ptrb[j]);
     flops += length * (length + 1.0);
   }
@@ -169,9 +199,10 @@ void normal_values(KktFac* f) {
     for (int32_t c = 0; c < b.width; ++c) {
       const int32_t p = b.first + c;
       double* target = sym->values + b.val + static_cast<int64_t>(c) * b.ld;
-      target[c] += f->shift[sym->perm[p]];
+      target[c] += f->shift[sym->perm[p]] + (f->dense.num > 0 ? f->dense.cover[sym->perm[p]] : 0.0);
       for (int64_t t = f->rowptr[p]; t < f->rowptr[p + 1]; ++t) {
         const int32_t j = f->rowcol[t];
+        if (f->dense.num > 0 && f->dense.isdense[j] != 0) continue;
         const double factor = f->rowval[t] / f->dd[j];
         for (int64_t s = f->cursor[j]; s < f->colptr[j + 1]; ++s)
           target[relative[f->colpos[s]]] += factor * f->colval[s];
@@ -200,6 +231,7 @@ void plain_solve(KktFac* f, double* x, double* w) {
   SymFace* sym = f->sym;
   for (int32_t p = 0; p < f->dim; ++p) w[p] = x[sym->perm[p]];
   symface_solvefwd(sym, w, 1);
+  if (f->dense.num > 0) kktfac_densesolve(f, w);
   for (int32_t p = 0; p < f->dim; ++p) w[p] /= sym->diag[p];
   symface_solvebwd(sym, w, 1);
   for (int32_t p = 0; p < f->dim; ++p) x[sym->perm[p]] = w[p];
@@ -211,11 +243,11 @@ double norm(const double* x, int32_t n) {
   return v;
 }
 
-// r = rhs - (matrix) x in nodes' numbering.
+// r = rhs - (matrix) x in nodes' numbering; with normal equations rhs may be NULL for zeros.
 void residual_of(const KktFac* f, const double* rhs, const double* x, double* r) {
   const spmat* a = f->a;
   if (f->type == KKT_NORMAL) {
-    for (int32_t i = 0; i < f->m; ++i) r[i] = rhs[i] - f->shift[i] * x[i];
+    for (int32_t i = 0; i < f->m; ++i) r[i] = (rhs != nullptr ? rhs[i] : 0.0) - f->shift[i] * x[i];
     for (int32_t j = 0; j < f->n; ++j) {
       const double v = spmat_dot(a, j, x) / f->dd[j];
       if (v != 0.0) spmat_axpy(-v, a, j, r);
@@ -236,31 +268,76 @@ void residual_of(const KktFac* f, const double* rhs, const double* x, double* r)
   }
 }
 
-// Solves in place and refines while the residual asks for it and refinement pays.
-void refined_solve(KktFac* f, double* x) {
-  constexpr double enough = 1e-10;
-  double *w = f->work.data(), *rhs = w + f->dim, *r = f->residual.data(), *dx = f->correction.data();
-  std::copy_n(x, f->dim, rhs);
-  plain_solve(f, x, w);
-  ++f->stats.numsolve;
-  const int32_t most = f->options.maxrefine < 0 ? 3 : f->options.maxrefine;
+constexpr double enough = 1e-10;  // residual of a solve, relative to its right-hand side
+constexpr int32_t most_refinements = 3, most_gradients = 25;
+
+// Refines x while the residual asks for it and refinement pays. Starts from x = (factor)^-1 rhs.
+void refine(KktFac* f, const double* rhs, double* x, double* w) {
+  double *r = f->residual.data(), *dx = f->correction.data();
+  const int32_t most = f->options.maxrefine < 0 ? most_refinements : f->options.maxrefine;
   const double scale = norm(rhs, f->dim);
   double best = INFINITY;
-  for (int32_t step = 0; step < most; ++step) {
+  for (int32_t step = 0;; ++step) {
+    if (step == most && step == 0) return;
     residual_of(f, rhs, x, r);
     const double now = norm(r, f->dim);
-    if (now >= 0.5 * best) {
-      if (now > best)
-        for (int32_t k = 0; k < f->dim; ++k) x[k] -= dx[k];
-      return;
-    }
-    if (!(now > enough * scale)) return;
+    if (now > best)
+      for (int32_t k = 0; k < f->dim; ++k) x[k] -= dx[k];
+    if (step == most || now >= 0.5 * best || !(now > enough * scale)) return;
     best = now;
     std::copy_n(r, f->dim, dx);
     plain_solve(f, dx, w);
     for (int32_t k = 0; k < f->dim; ++k) x[k] += dx[k];
     ++f->stats.numrefine;
   }
+}
+
+double dot(const double* x, const double* y, int32_t n) {
+  double v = 0.0;
+  for (int32_t k = 0; k < n; ++k) v += x[k] * y[k];
+  return v;
+}
+
+// The same by conjugate gradients with the factor as preconditioner: for a factor that differs from M in some rows
+// (dense columns left out over rows that nothing else covers, repaired pivots). Hestenes and Stiefel (1952).
+void gradients(KktFac* f, const double* rhs, double* x, double* w) {
+  const int32_t dim = f->dim;
+  double *r = f->residual.data(), *z = f->correction.data(), *p = f->direction.data(), *q = p + dim, *b = q + dim;
+  std::copy_n(rhs, dim, b);
+  const double scale = norm(b, dim);
+  residual_of(f, b, x, r);
+  double now = norm(r, dim), old = 0.0;
+  const int32_t most = f->options.maxrefine < 0 ? most_gradients : f->options.maxrefine;
+  for (int32_t step = 0; step < most && now > enough * scale; ++step) {
+    std::copy_n(r, dim, z);
+    plain_solve(f, z, w);
+    const double rz = dot(r, z, dim);
+    if (!(rz > 0.0)) return;
+    const double beta = step == 0 ? 0.0 : rz / old;
+    old = rz;
+    for (int32_t k = 0; k < dim; ++k) p[k] = z[k] + (step == 0 ? 0.0 : beta * p[k]);
+    residual_of(f, nullptr, p, q);  // q = -M p
+    const double curvature = -dot(p, q, dim);
+    if (!(curvature > 0.0)) return;
+    const double alpha = rz / curvature;
+    for (int32_t k = 0; k < dim; ++k) {
+      x[k] += alpha * p[k];
+      r[k] += alpha * q[k];
+    }
+    now = norm(r, dim);
+    ++f->stats.numrefine;
+  }
+}
+
+void refined_solve(KktFac* f, double* x) {
+  double *w = f->work.data(), *rhs = w + f->dim;
+  std::copy_n(x, f->dim, rhs);
+  plain_solve(f, x, w);
+  ++f->stats.numsolve;
+  if (f->dense.num > 0)
+    gradients(f, rhs, x, w);
+  else
+    refine(f, rhs, x, w);
 }
 
 }  // namespace
@@ -310,23 +387,19 @@ int32_t kktfac_autosetup(KktFac* f, const spmat* a, const spmat* at, int32_t nq,
     if (!spmat_transpose(a, nullptr, false, &made, false)) return KKT_SPACE;
     at = made;
   }
-  int32_t result = KKT_SPACE;
-  if (f->type == KKT_NORMAL ? normal_pattern(f, at) : whole_pattern(f)) {
-    f->stats.nnzm = f->sym->start[f->dim] + f->dim;
-    const double order = sysenv_cputime();
-    const int32_t ordered = symface_order(f->sym, f->options.ordermethod, {}, f->options.hook);
-    f->stats.ordertime = sysenv_cputime() - order;
-    result = ordered == ORDER_CANCELLED ? KKT_CANCELLED : ordered != ORDER_OK ? KKT_SPACE : KKT_OK;
-    if (result == KKT_OK && !symface_analyze(f->sym)) result = KKT_SPACE;
-    if (result == KKT_OK && !(f->type == KKT_NORMAL ? normal_plan(f, at) : whole_plan(f))) result = KKT_SPACE;
-  }
+  int32_t result = f->type == KKT_NORMAL ? kktfac_adaorder(f, at) : order_whole(f);
+  if (result == KKT_OK && !symface_analyze(f->sym)) result = KKT_SPACE;
+  if (result == KKT_OK && !(f->type == KKT_NORMAL ? normal_plan(f, at) && kktfac_densespace(f) : whole_plan(f)))
+    result = KKT_SPACE;
   if (made != nullptr) spmat_delete(&made);
   if (result != KKT_OK) return result;
   set_flags(f);
+  if (f->dense.num > 0) f->sym->options.shiftbelow = 1e-13;
   const auto dim = static_cast<std::size_t>(f->dim);
   if (!f->relative.alloc(f->env, dim) || !f->dd.alloc(f->env, static_cast<std::size_t>(f->n)) ||
       !f->shift.alloc(f->env, static_cast<std::size_t>(f->m)) || !f->qval.alloc(f->env, static_cast<std::size_t>(nq)) ||
-      !f->work.alloc(f->env, 3 * dim) || !f->residual.alloc(f->env, dim) || !f->correction.alloc(f->env, dim))
+      !f->work.alloc(f->env, 3 * dim) || !f->residual.alloc(f->env, dim) || !f->correction.alloc(f->env, dim) ||
+      !f->direction.alloc(f->env, f->dense.num > 0 ? 3 * dim : 0))
     return KKT_SPACE;
   KktStats& s = f->stats;
   s.type = f->type;
@@ -337,6 +410,7 @@ int32_t kktfac_autosetup(KktFac* f, const spmat* a, const spmat* at, int32_t nq,
   s.denseflops = f->sym->denseflops;
   s.extraflops = f->sym->extraflops;
   s.order = f->sym->order;
+  s.offcol = f->dense.num;
   s.setuptime = sysenv_cputime() - begin;
   return tell(f, code_end, 1.0) != 0 ? KKT_CANCELLED : KKT_OK;
 }
@@ -349,6 +423,7 @@ int32_t kktfac_numfac(KktFac* f, const double* d, const double* qval, double shi
   if (f->type == KKT_NORMAL)
     for (int32_t k = 0; k < f->nq; ++k) f->dd[f->qi[k]] += qval[k];
   std::fill_n(f->sym->values, f->sym->numvalues, 0.0);
+  if (f->dense.num > 0) kktfac_densecover(f);
   if (f->type == KKT_NORMAL)
     normal_values(f);
   else
@@ -358,6 +433,11 @@ int32_t kktfac_numfac(KktFac* f, const double* d, const double* qval, double shi
   f->stats.factortime += sysenv_cputime() - begin;
   ++f->stats.numfac;
   if (result != 0) return KKT_CANCELLED;
+  if (f->dense.num > 0) {
+    const double dense = sysenv_cputime();
+    kktfac_densefactor(f);
+    f->stats.densetime += sysenv_cputime() - dense;
+  }
   f->stats.repaired = f->stats.wrongsign = 0;
   for (int32_t p = 0; p < f->dim; ++p) {
     f->stats.repaired += (f->sym->flags[p] & NODE_REPAIRED) != 0 ? 1 : 0;
