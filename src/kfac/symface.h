@@ -26,11 +26,18 @@ struct SymBlock {
   int64_t row;  // in rows
 };
 
+// One block that updates a target: from row `pos` of its list on, its rows reach the target. Updates of a target whose
+// rows from there on are the same stand together and are made in one product; `count` says how many at the first of
+// them and is 0 at the others.
+struct SymUpdate {
+  int32_t block, pos, count;
+};
+
 struct SymOptions {
   double pivottol = 1e-12;
   double shiftbelow = 0.0;  // see PivotRule; may change between factorisations
   double diagshift = 0.0;   // added to every diagonal element
-  double mergeratio = 1.0;  // see symface_columns
+  double mergeratio = 1.0;  // see symface_supernodes
   int32_t panelmode = 2;
   int32_t l1kb = 32, l2kb = 1024;
 };
@@ -49,11 +56,13 @@ struct SymFace {
   OrderCounts order;
   // After the analysis.
   int32_t nblk = 0, firsttail = 0;
-  int32_t dstart = 0;      // first position of the dense tail; n without one
-  Array<SymBlock> blocks;  // [nblk]
-  Array<int32_t> blockof;  // [n] block of a position
-  Array<int32_t> rows;     // row lists of all blocks before the tail
-  int64_t nnzl = 0;        // elements of the factor with its diagonal, explicit zeros included
+  int32_t dstart = 0;       // first position of the dense tail; n without one
+  Array<SymBlock> blocks;   // [nblk]
+  Array<int32_t> blockof;   // [n] block of a position
+  Array<int32_t> rows;      // row lists of all blocks before the tail; the blocks of a wide supernode share one
+  Array<int64_t> updstart;  // [nblk + 1] the blocks before the tail that update a block
+  Array<SymUpdate> updates;
+  int64_t nnzl = 0;  // elements of the factor with its diagonal, explicit zeros included
   double flops = 0.0, denseflops = 0.0, extraflops = 0.0;
   SymSchedule* schedule = nullptr;
   // Numeric.
@@ -62,6 +71,11 @@ struct SymFace {
   int64_t numvalues = 0;
   Array<double> diag;     // [n] by position: pivots after symface_numfac
   Array<uint16_t> flags;  // [n] NodeFlag by position; set by the caller after the analysis
+  Array<double> before;   // [n] the diagonal before the factorisation
+  int64_t bufsize = 0;    // doubles of a thread's buffer for updates that are scattered
+  int32_t maxrows = 0;    // longest row list
+  Array<double> worksp;   // see symface_work
+  Array<int32_t> workint;
 };
 
 SymFace* symface_make(sysenv* env, const SymOptions& options, int32_t n);
