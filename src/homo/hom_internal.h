@@ -33,12 +33,29 @@ struct HomTarget {
 
 // Statuses of a result, with the values of TRV_PRO_STA_ and TRV_SOL_STA_.
 enum HomProSta : int32_t { HOM_PRO_UNKNOWN = 0, HOM_PRO_FEASIBLE = 1, HOM_PRO_PRIMINFEAS = 4, HOM_PRO_DUALINFEAS = 5 };
-enum HomSolSta : int32_t { HOM_SOL_UNKNOWN = 0, HOM_SOL_OPTIMAL = 1, HOM_SOL_PRIMCER = 5, HOM_SOL_DUALCER = 6, HOM_SOL_NEAROPTIMAL = 8 };
+enum HomSolSta : int32_t {
+  HOM_SOL_UNKNOWN = 0,
+  HOM_SOL_OPTIMAL = 1,
+  HOM_SOL_PRIMCER = 5,
+  HOM_SOL_DUALCER = 6,
+  HOM_SOL_NEAROPTIMAL = 8
+};
 // Status keys: which of the pair stays positive.
 enum HomKey : int32_t { HOM_KEY_PRIMAL = 2, HOM_KEY_DUAL = 3 };
 
 struct HomTimes {
   double inititer, initcomp, factor, initsd, computesd, linesearch, update, total, mulcor, mulcorsd, ax, aty;
+};
+
+// The Nesterov-Todd scaling of the cone of the free columns, W^-2 = 2 q q' - J with q'J q = 1, J = diag(1, -I), and
+// what stands in place of the free columns' part of D: with the regularisation reg
+//   D = ((W^-2 / theta)_F^-1 + reg I)^-1 = I / diag + rank1 q_F q_F'.
+struct HomCone {
+  double theta;      // sqrt(sqsf / xqxf)
+  double invnorm;    // q_F = invnorm * vf
+  double q0, qq;     // head of q, |q_F|^2 = q0^2 - 1
+  double diag, reg;  // diag = theta + reg
+  double rank1;
 };
 
 struct HomState {
@@ -87,9 +104,10 @@ struct HomState {
   double *tf, *pf;  // [m] vector of the cone's rank-one term and M^-1 of it
   double cf;        // 1 + max(0, tf'pf)
   // The fixed parts of the elimination of tau, with the shift by the iterate: cs = c - A'y / tau.
+  HomCone cone;
   double *cbar, *chat, *dc;  // [n]
   double *g, *g2, *h;        // [m]
-  double beta, dot0, pi;
+  double gap, beta, dot0, pi;
 
   HomCor cor;       // of the step
   HomCor extracor;  // of hom_mulcor2
@@ -165,6 +183,7 @@ double hom_computeresiduals(HomState* h, const HomTarget& target, const HomVec& 
 double hom_dxds(const HomState* h, const HomVec& dir);
 double hom_xds(const HomState* h, const HomVec& dir);
 // Corrector terms of a direction: products of pairs, and the cone's second-order terms.
+void hom_addvec(const HomState* h, double t, const HomVec& c, HomVec* a);  // a += t c
 void hom_corterms(HomState* h, const HomVec& dir, HomCor* cor);
 void hom_mulcor2(HomState* h, double gamma, double beta, HomVec* dir);  // hommulcor.cpp
 
