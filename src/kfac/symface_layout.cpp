@@ -178,6 +178,11 @@ bool symface_layout(SymFace* face, const SymTree& tree, const SymSuper& super) {
   if (!face->rows.alloc(env, static_cast<size_t>(total)) || !row_lists(face, tree, super, tail, at.data()) ||
       !sort_rows(face, super, tail, at.data()))
     return false;
+  for (int32_t s = 0; s < tail; ++s) {
+    const SymBlock& block = face->blocks[face->blockof[super.first[s]]];
+    const int32_t own = block.nrows - super.nrows[s];
+    for (int32_t k = 0; k < own; ++k) face->rows[block.row + k] = block.first + block.width + k;
+  }
   face->maxrows = 0;
   for (int32_t b = 0; b < face->firsttail; ++b) face->maxrows = std::max(face->maxrows, face->blocks[b].nrows);
   return place_values(face);
