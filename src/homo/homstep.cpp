@@ -82,12 +82,6 @@ static void move(int32_t n, double step, const double* dx, double* x) {
 
 void hom_takestep(HomState* h, double step, const HomVec& dir) {
   HomVec& p = h->point;
-  if (h->nf > 0) {
-    // The squares of the cone are carried along: computed from the new point they would cancel.
-    const HomSteps c = hom_steplimits(h, 1.0, dir);
-    h->xqxf += step * (c.xqdxf + step * c.dxqdxf);
-    h->sqsf += step * (c.sqdsf + step * c.dsqdsf);
-  }
   move(h->n, step, dir.x, p.x);
   move(h->n, step, dir.s, p.s);
   move(h->nu, step, dir.xup, p.xup);
@@ -98,6 +92,13 @@ void hom_takestep(HomState* h, double step, const HomVec& dir) {
   p.sf += step * dir.sf;
   p.tau += step * dir.tau;
   p.kappa += step * dir.kappa;
+  // Computed afresh: the scaling of the cone has to fit the point to the last digit.
+  h->xqxf = p.xf * p.xf;
+  h->sqsf = p.sf * p.sf;
+  for (int32_t j = h->nb; j < h->n; ++j) {
+    h->xqxf -= p.x[j] * p.x[j];
+    h->sqsf -= p.s[j] * p.s[j];
+  }
 }
 
 }  // namespace tarvo
