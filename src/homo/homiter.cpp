@@ -220,6 +220,17 @@ static double weight(double own, double matrix, double other, int32_t level) {
   return level != 0 ? std::max(1.0, r) : r;
 }
 
+// What the residuals make of the objective, relative as the gap is.
+static double infeasibilityeffect(const HomState* h) {
+  const HomVec& p = h->point;
+  double primal = 0.0, dual = 0.0;
+  for (int32_t i = 0; i < h->m; ++i) primal += p.y[i] * h->rp[i];
+  for (int32_t i = 0; i < h->nu; ++i) primal += p.yup[i] * h->rpu[i];
+  for (int32_t j = 0; j < h->n; ++j) dual += p.x[j] * h->rd[j];
+  for (int32_t i = 0; i < h->nu; ++i) dual += p.xup[i] * h->rdu[i];
+  return (std::abs(primal) + std::abs(dual)) / p.tau / std::max(p.tau, std::abs(h->by));
+}
+
 bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
   const HomParams& par = h->par;
   const double tau = h->point.tau, f = level < 0 ? 0.01 : level > 0 ? 100.0 : 1.0;
@@ -227,7 +238,8 @@ bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
   int32_t prosta = HOM_PRO_UNKNOWN, solsta = HOM_SOL_UNKNOWN;
   if (h->pfeasf <= (1.0 + h->bscale) * f * par.tolpfeas * tau &&
       h->dfeasf <= (1.0 + h->cscale) * f * par.toldfeas * tau &&
-      (strict ? par.gapfactor : 1.0) * h->relgap <= f * par.tolgap) {
+      (strict ? par.gapfactor : 1.0) * h->relgap <= f * par.tolgap &&
+      (level <= 0 || infeasibilityeffect(h) <= f * par.tolgap)) {
     prosta = HOM_PRO_FEASIBLE;
     solsta = HOM_SOL_OPTIMAL;
   } else {

@@ -17,6 +17,9 @@ constexpr double baddirection = 1000.0;  // dx'ds of an affine direction, zero i
 constexpr int32_t maxpolish = 3;   // iterations for less violation than the tolerances ask for
 constexpr double finefeas = 1e-8;  // and where that ends
 
+constexpr int32_t farstart = 4;  // see HomParams::sptype
+constexpr int32_t maxidle = 15;  // iterations without progress
+
 // What the iterations hand on to each other.
 struct LpRun {
   HomState* h;
@@ -34,7 +37,9 @@ struct LpRun {
   double meritold = 0.0;                              // meritfeasif of the last iteration
   double minpfeas = HUGE_VAL, mindfeas = HUGE_VAL;
   double savedxqxf = 0.0, savedsqsf = 0.0;
-  bool polishing = false;  // the saved point passed the test (passlevel, passstrict)
+  double leastrel = HUGE_VAL;  // of residuals and gap against tau or kappa,
+  int32_t idle = 0;            // and the iterations since it fell
+  bool polishing = false;      // the saved point passed the test (passlevel, passstrict)
   int32_t passlevel = 0;
   bool passstrict = false;
   int32_t polished = 0;         // iterations beyond the tolerances,
@@ -77,6 +82,15 @@ static void checkprogress(LpRun* r) {
     r->good = false;
   }
   r->meritold = h->meritfeasif;
+  // Directions of little accuracy can take residuals and gap down by taking tau and kappa down with them.
+  const double size = std::max(tau, h->point.kappa), rel = (h->meritfeas2f + h->cgapf / size) / size;
+  r->idle = rel < 0.9 * r->leastrel ? 0 : r->idle + 1;
+  r->leastrel = std::min(r->leastrel, rel);
+  if (r->idle > maxidle) {
+    hom_print(h, "Terminate due to numerical problems.\n");
+    h->resp = HOM_RESP_STALL;
+    r->stop = true;
+  }
 }
 
 static void savepoint(LpRun* r) {
@@ -387,12 +401,8 @@ static void finish(LpRun* r) {
   if (h->solsta != HOM_SOL_OPTIMAL || h->resp == HOM_RESP_STALL) hom_finalkeys(h);
 }
 
-void hom_optlp(HomState* h) {
-  h->prosta = HOM_PRO_UNKNOWN;
-  h->solsta = HOM_SOL_UNKNOWN;
-  hom_start(h);
-  LpRun run{h, h->iter};
-  LpRun* r = &run;
+static void iterate(LpRun* r) {
+  HomState* h = r->h;
   while (h->resp == HOM_RESP_OK) {
     hom_inititer(h);
     checkprogress(r);
@@ -411,6 +421,20 @@ void hom_optlp(HomState* h) {
     ++h->iter;
   }
   finish(r);
+}
+
+void hom_optlp(HomState* h) {
+  h->prosta = HOM_PRO_UNKNOWN;
+  h->solsta = HOM_SOL_UNKNOWN;
+  for (;;) {
+    hom_start(h);
+    LpRun run{h, h->iter};
+    iterate(&run);
+    if (h->resp != HOM_RESP_STALL || !h->par.usereg || h->par.sptype == farstart) return;
+    hom_print(h, "Start again from far inside.\n");
+    h->par.sptype = farstart;
+    h->resp = HOM_RESP_OK;
+  }
 }
 
 }  // namespace tarvo
