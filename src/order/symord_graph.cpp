@@ -205,7 +205,7 @@ bool symord_make(SymOrd* ord, sysenv* env, const OrderGraph& graph, SymScore oty
       !ord->stage.alloc(env, n, Fill::zero) || !ord->kind.alloc(env, n) || !ord->mark.alloc(env, n, Fill::zero) ||
       !ord->hash.alloc(env, n) || !ord->hashnext.alloc(env, n) || !ord->hashhead.alloc(env, n) ||
       !ord->clique.alloc(env, n) || !ord->seen.alloc(env, n) || !ord->cover.alloc(env, n) ||
-      !pqueue_make(&ord->queue, env, graph.n, buckets))
+      !ord->outside.alloc(env, n) || !pqueue_make(&ord->queue, env, graph.n, buckets))
     return false;
   for (int32_t y = 0; y < graph.n; ++y) {
     ord->weight[y] = 1;

@@ -22,9 +22,11 @@ namespace tarvo {
 
 enum SymKind : uint8_t { SYM_DEAD, SYM_VARIABLE, SYM_HELD, SYM_ELEMENT };
 
+// What is eliminated first. With external degree d, cliques of size t around and the largest of them, c:
 enum SymScore : int32_t {
-  SCORE_MINLOC,   // fill of an elimination less the part that the largest clique has: floor(sqrt(d(d-1) - c(c-1)))
-  SCORE_MINFILL,  // fill less the part that every clique has: (d(d-1) - sum of t(t-1)) / 2
+  SCORE_MINLOC,    // fill less the part that the largest clique has: floor(sqrt(d(d-1) - c(c-1)))
+  SCORE_MINFILL,   // fill less the part that every clique has, over the root of the weight: d(d-1) - sum of t(t-1)
+  SCORE_MEANFILL,  // the same over the weight plus one
 };
 
 // One ordering. The row of a variable has its elements first, then its plain neighbours; the row of an element has the
@@ -48,7 +50,9 @@ struct SymOrd {
   int64_t flag = 0;
   Array<int32_t> hash, hashnext, hashhead;  // candidates for merging
   Array<int32_t> clique, seen;              // lists of one pivot
-  Array<int64_t> cover;                     // of a variable in the clique: pairs that its other cliques join
+  // Of a variable in the clique, from what lies outside: the size, and the largest clique (SCORE_MINLOC) or the
+  // pairs that no clique joins yet.
+  Array<int64_t> outside, cover;
   pqueue queue;
   int32_t numstages = 1;
   int32_t* perm = nullptr;  // of the caller
@@ -70,7 +74,7 @@ int32_t symord_eliminate(SymOrd* ord, const OrderHook* hook, int32_t* perm, Orde
 void symord_twinpivots(SymOrd* ord, int32_t x);
 void symord_release(SymOrd* ord, int32_t stage);
 void symord_score(SymOrd* ord, int32_t y);  // from scratch, and into the queue
-void symord_enqueue(SymOrd* ord, int32_t y, int64_t largest, int64_t cover);
+void symord_enqueue(SymOrd* ord, int32_t y, int64_t pairs);
 void symord_merge(SymOrd* ord, const int32_t* list, int32_t count);         // those with the same row; hash[] is set
 void symord_settle(SymOrd* ord, int32_t x, int32_t weight, int64_t below);  // counts and perm
 [[nodiscard]] bool symord_room(SymOrd* ord, int64_t need);

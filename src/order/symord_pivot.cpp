@@ -11,8 +11,8 @@ namespace tarvo {
 namespace {
 
 // Monotone; exact below 256, then 8 bits behind the leading one.
-int32_t float_key(int64_t fill) {
-  if (fill < 256) return static_cast<int32_t>(fill);
+int32_t float_key(double fill) {
+  if (fill < 256.0) return static_cast<int32_t>(fill);
   const uint32_t bits = std::bit_cast<uint32_t>(static_cast<float>(fill)) >> 15;
   constexpr uint32_t base = 0x43800000u >> 15;  // of 256
   return static_cast<int32_t>(256 + bits - base);
@@ -90,7 +90,7 @@ void measure_elements(SymOrd* ord, const Front& front) {
 
 // Brings the row of y up to date and measures what its score needs, but for the part of the new element. True when
 // nothing but the new element is left around y.
-bool update_row(SymOrd* ord, int32_t x, int32_t y, int64_t* outside) {
+bool update_row(SymOrd* ord, int32_t x, int32_t y) {
   const int32_t w = -ord->weight[y];
   int32_t* row = ord->sub.data() + ord->ifir[y];
   const int32_t length = ord->iuse[y], elements = ord->nnoe[y];
@@ -129,21 +129,23 @@ bool update_row(SymOrd* ord, int32_t x, int32_t y, int64_t* outside) {
   ord->nnoe[y] = first_plain + 1;
   ord->iuse[y] = kept + 1;
   ord->hash[y] = static_cast<int32_t>(hash);
-  ord->cover[y] = cover;
-  *outside = d;
+  ord->cover[y] = largest ? cover : d * (d - 1) - cover;
+  ord->outside[y] = d;
   return false;
 }
 
 }  // namespace
 
-void symord_enqueue(SymOrd* ord, int32_t y, int64_t largest, int64_t cover) {
-  const int64_t d = ord->deg[y];
-  if (ord->otype == SCORE_MINLOC) {
-    const int64_t fill = std::max<int64_t>(d * (d - 1) - largest * (largest - 1), 0);
-    pqueue_ins(&ord->queue, y, static_cast<int32_t>(std::sqrt(static_cast<double>(fill))));
-  } else {
-    pqueue_ins(&ord->queue, y, float_key(std::max<int64_t>(d * (d - 1) - cover, 0) / 2));
-  }
+void symord_enqueue(SymOrd* ord, int32_t y, int64_t pairs) {
+  int32_t key;
+  const double weight = ord->weight[y];
+  if (ord->otype == SCORE_MINLOC)
+    key = static_cast<int32_t>(std::sqrt(static_cast<double>(std::max<int64_t>(pairs, 0))));
+  else if (ord->otype == SCORE_MINFILL)
+    key = float_key(static_cast<double>(pairs / 2) / std::sqrt(weight));
+  else
+    key = float_key(static_cast<double>(pairs / 2) / (weight + 1.0));
+  pqueue_ins(&ord->queue, y, key);
 }
 
 void symord_score(SymOrd* ord, int32_t y) {
@@ -157,7 +159,11 @@ void symord_score(SymOrd* ord, int32_t y) {
     if (element) largest = std::max(largest, t);
   }
   ord->deg[y] = static_cast<int32_t>(std::min<int64_t>(d, ord->n - ord->nelim - ord->weight[y]));
-  symord_enqueue(ord, y, largest, cover);
+  if (ord->otype == SCORE_MINLOC) {
+    d = ord->deg[y];
+    cover = largest * (largest - 1);
+  }
+  symord_enqueue(ord, y, d * (d - 1) - cover);
 }
 
 void symord_settle(SymOrd* ord, int32_t x, int32_t weight, int64_t below) {
@@ -205,8 +211,7 @@ bool symord_x1pivot(SymOrd* ord, int32_t x) {
   int32_t open = 0;
   for (int32_t k = 0; k < front.open; ++k) {
     const int32_t y = front.row[k];
-    int64_t outside = 0;
-    if (update_row(ord, x, y, &outside)) {
+    if (update_row(ord, x, y)) {
       const int32_t w = -ord->weight[y];
       front.elim += w;
       front.size -= w;
@@ -215,7 +220,7 @@ bool symord_x1pivot(SymOrd* ord, int32_t x) {
       ord->chain[ord->ctail[x]] = y;
       ord->ctail[x] = ord->ctail[y];
     } else {
-      ord->deg[y] = static_cast<int32_t>(std::min<int64_t>(ord->deg[y], outside));
+      ord->deg[y] = static_cast<int32_t>(std::min<int64_t>(ord->deg[y], ord->outside[y]));
       front.row[open++] = y;
     }
   }
@@ -234,7 +239,12 @@ bool symord_x1pivot(SymOrd* ord, int32_t x) {
     ord->weight[y] = w;
     const int64_t t = front.size - w;
     ord->deg[y] = static_cast<int32_t>(std::min<int64_t>(int64_t{ord->deg[y]} + t, left - w));
-    symord_enqueue(ord, y, std::max(t, ord->cover[y]), ord->cover[y] + t * (t - 1));
+    if (ord->otype == SCORE_MINLOC) {
+      const int64_t d = ord->deg[y], c = std::max(t, ord->cover[y]);
+      symord_enqueue(ord, y, d * (d - 1) - c * (c - 1));
+    } else {
+      symord_enqueue(ord, y, ord->cover[y] + 2 * ord->outside[y] * t);
+    }
   }
   for (int32_t k = 0; k < front.held; ++k) {
     front.row[open + k] = held[k];
