@@ -132,22 +132,32 @@ static void finish(QoRun* r) {
   if (h->solsta != HOM_SOL_OPTIMAL) hom_finalkeys(h);
 }
 
-// Is Q positive semidefinite? The pivots of -(Q + D) for a small D tell; rows with a large diagonal do not disturb
-// them.
+// Multiplies Q from both sides by 2^sign e_j, e_j the exponents in `e`.
+static void scalequadratic(HomState* h, const int32_t* e, int32_t sign) {
+  for (int32_t k = 0; k < h->nq; ++k) h->q[k] = std::ldexp(h->q[k], sign * (e[h->qi[k]] + e[h->qj[k]]));
+}
+
+// Is Q positive semidefinite? The pivots of -(Q + D) for a small D tell, when Q has a diagonal of about 1 and no row
+// weighs anything against it. The keys serve as scratch.
 static void checkconvex(HomState* h) {
   bool convex = true;
   std::fill(h->wn1, h->wn1 + h->n, 1.0);
+  std::fill(h->savedkeys, h->savedkeys + h->n, 0);
   for (int32_t k = 0; k < h->nq; ++k) {
-    if (h->qi[k] != h->qj[k] || h->q[k] == 0.0) continue;
+    const int32_t j = h->qi[k];
+    if (j != h->qj[k] || h->q[k] == 0.0) continue;
     convex = convex && h->q[k] > 0.0;
-    h->wn1[h->qi[k]] = concavity * h->q[k];
+    h->savedkeys[j] = -std::ilogb(std::abs(h->q[k])) / 2;
+    h->wn1[j] = concavity;
   }
   if (convex && !h->useh) {
+    scalequadratic(h, h->savedkeys, 1);
     const int32_t code = kktfac_numfac(h->kkt, h->wn1, h->q, 1e20 * (1.0 + h->amax * h->amax), nullptr);
+    scalequadratic(h, h->savedkeys, -1);
     if (code == KKT_CANCELLED && h->resp == HOM_RESP_OK) h->resp = HOM_RESP_CANCELLED;
     convex = code != KKT_OK || kktfac_getstats(h->kkt).wrongsign == 0;
   }
-  if (!convex) h->resp = HOM_RESP_NOTCONVEX;
+  if (!convex && h->resp == HOM_RESP_OK) h->resp = HOM_RESP_NOTCONVEX;
 }
 
 // Factors at a level and computes the affine direction. False ends the run.
