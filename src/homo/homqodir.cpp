@@ -44,14 +44,16 @@ double hom_qotimes(const HomState* h, const double* v, double* qv) {
   return vqv;
 }
 
-// What stands on the diagonal beside the problem's own terms, for the first level. Refinement removes its effect, which
+// What stands on the diagonal beside the problem's own terms, by level. Refinement removes its effect, which
 // is quick only where the problem's own terms are larger; so it is as small as the factorisation allows: a free column
 // without quadratic term has nothing else, and rows whose columns all go to 0 have next to nothing.
 struct Regularisation {
   double bounded, free, row;
 };
-constexpr Regularisation sqdregu{1e-12, 1e-8, 1e-11}, normalregu{0.0, 1e-12, 1e-16};
-constexpr double regugrowth = 10.0;
+constexpr Regularisation sqdregu[] = {
+    {1e-12, 1e-8, 1e-11}, {1e-14, 1e-8, 1e-14}, {1e-11, 1e-7, 1e-10}, {1e-9, 1e-7, 1e-9}};
+constexpr Regularisation normalregu[] = {
+    {0.0, 1e-12, 1e-16}, {0.0, 1e-11, 1e-14}, {1e-12, 1e-10, 1e-12}, {1e-10, 1e-9, 1e-10}};
 
 // The column of dtau and with it pi.
 static void initcomputations(HomState* h) {
@@ -93,11 +95,10 @@ static void initcomputations(HomState* h) {
 int32_t hom_qofactor(HomState* h, int32_t regulevel) {
   HomTimer timer(&h->time.factor);
   const bool normal = kktfac_getstats(h->kkt).type == KKT_NORMAL;
-  const Regularisation& regu = normal ? normalregu : sqdregu;
-  const double growth = std::pow(regugrowth, regulevel);
-  h->reguada = regu.row * growth;
-  for (int32_t j = 0; j < h->nb; ++j) h->rx[j] = regu.bounded * growth;
-  for (int32_t j = h->nb; j < h->n; ++j) h->rx[j] = regu.free * growth;
+  const Regularisation& regu = normal ? normalregu[regulevel] : sqdregu[regulevel];
+  h->reguada = regu.row;
+  for (int32_t j = 0; j < h->nb; ++j) h->rx[j] = regu.bounded;
+  for (int32_t j = h->nb; j < h->n; ++j) h->rx[j] = regu.free;
   for (int32_t j = 0; j < h->n; ++j) h->wn1[j] = (j < h->nb ? h->d[j] : 0.0) + h->rx[j];
   const int32_t code = kktfac_numfac(h->kkt, h->wn1, h->q, h->reguada, nullptr);
   if (code == KKT_OK) initcomputations(h);
