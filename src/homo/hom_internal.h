@@ -147,6 +147,7 @@ void hom_optlp(HomState* h);
 void hom_optqo(HomState* h);
 
 // homqodir.cpp: factorisation and directions of a quadratic problem, regularised by h->rx and h->reguada.
+constexpr int32_t hom_qolevels = 5;
 int32_t hom_qofactor(HomState* h, int32_t regulevel);  // KKT_ code
 // Solves the Newton system with refinement. The result is its error over what the iteration can bear: below 1 is good.
 double hom_qosearch(HomState* h, const HomTarget& target, HomVec* dir);

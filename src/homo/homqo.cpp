@@ -8,11 +8,11 @@
 
 namespace tarvo {
 
-constexpr int32_t maxlevel = 3;      // of regularisation
-constexpr double baderror = 100.0;   // of a direction, over what the iteration can bear
-constexpr double boundary = 0.9995;  // how near to the boundary a step goes, times relstep
-constexpr int32_t patience = 25;     // iterations without a better point or a better certificate
-constexpr double concavity = 1e-4;   // Q plus this part of its diagonal has to be semidefinite: data have few digits
+constexpr int32_t maxlevel = hom_qolevels - 1;  // of regularisation
+constexpr double baderror = 100.0;              // of a direction, over what the iteration can bear
+constexpr double boundary = 0.9995;             // how near to the boundary a step goes, times relstep
+constexpr int32_t patience = 25;                // iterations without a better point or a better certificate
+constexpr double concavity = 1e-4;  // Q plus this part of its diagonal has to be semidefinite: data have few digits
 
 // What the iterations hand on to each other.
 struct QoRun {

@@ -50,10 +50,10 @@ double hom_qotimes(const HomState* h, const double* v, double* qv) {
 struct Regularisation {
   double bounded, free, row;
 };
-constexpr Regularisation sqdregu[] = {
-    {1e-12, 1e-8, 1e-11}, {1e-14, 1e-8, 1e-14}, {1e-11, 1e-7, 1e-10}, {1e-9, 1e-7, 1e-9}};
-constexpr Regularisation normalregu[] = {
-    {0.0, 1e-12, 1e-16}, {0.0, 1e-11, 1e-14}, {1e-12, 1e-10, 1e-12}, {1e-10, 1e-9, 1e-10}};
+constexpr Regularisation sqdregu[hom_qolevels] = {
+    {1e-12, 1e-8, 1e-11}, {1e-14, 1e-8, 1e-14}, {1e-11, 1e-7, 1e-10}, {1e-9, 1e-7, 1e-9}, {1e-7, 1e-6, 1e-7}};
+constexpr Regularisation normalregu[hom_qolevels] = {
+    {0.0, 1e-12, 1e-16}, {0.0, 1e-11, 1e-14}, {1e-12, 1e-10, 1e-12}, {1e-10, 1e-9, 1e-10}, {1e-8, 1e-8, 1e-8}};
 
 // The column of dtau and with it pi.
 static void initcomputations(HomState* h) {

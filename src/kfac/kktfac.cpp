@@ -395,6 +395,8 @@ int32_t kktfac_autosetup(KktFac* f, const spmat* a, const spmat* at, int32_t nq,
   if (result != KKT_OK) return result;
   set_flags(f);
   if (f->dense.num > 0) f->sym->options.shiftbelow = 1e-13;
+  // A row taken out of the whole system would keep its residual; a pivot of moderate size is refined away.
+  if (f->type == KKT_SQD) f->sym->options.floor = 1e-8;
   const auto dim = static_cast<std::size_t>(f->dim);
   if (!f->relative.alloc(f->env, dim) || !f->dd.alloc(f->env, static_cast<std::size_t>(f->n)) ||
       !f->shift.alloc(f->env, static_cast<std::size_t>(f->m)) || !f->qval.alloc(f->env, static_cast<std::size_t>(nq)) ||

@@ -299,6 +299,7 @@ int32_t symface_numfac(SymFace* face, const OrderHook& hook) {
   Numeric run{face, &dense_kernels(), {}, std::min(schedule.threads, mpc_getnthreads())};
   run.rule.tol = std::max(face->options.pivottol, 2.2204460492503132e-17);
   run.rule.shiftbelow = face->options.shiftbelow;
+  run.rule.floor = face->options.floor;
   run.rule.scaleratio = prepare_diagonal(face);
   if (cancelled(6)) return 5;
   Watch watch{&hook};

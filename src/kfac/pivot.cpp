@@ -23,7 +23,7 @@ double symface_pivot(const PivotRule& rule, double a, double p, uint16_t* flags)
   if (q > dependent * std::fabs(a) && q > 1e-18 * rule.tol) return p;
   *flags |= NODE_REPAIRED;
   if (q < -clearly_wrong * std::max(1.0, std::fabs(a))) *flags |= NODE_WRONGSIGN;
-  return sign * removed;
+  return sign * (rule.floor > 0.0 ? std::max(std::fabs(q), rule.floor) : removed);
 }
 
 }  // namespace tarvo

@@ -21,6 +21,8 @@ struct PivotRule {
   // Positive: a pivot below this share of its diagonal gets that diagonal added, which a caller can undo, instead of
   // being removed.
   double shiftbelow = 0.0;
+  // Positive: a bad pivot is replaced by its own size, which is that of the rounding in it, and at least this.
+  double floor = 0.0;
 };
 
 // The pivot to use for a column whose diagonal was `a` before the updates and is `p` after them. Sets NODE_REPAIRED
