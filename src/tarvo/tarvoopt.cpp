@@ -144,12 +144,9 @@ int32_t optimize_global(Task* task) {
 int32_t optimize_general(Task* task, int32_t optimizer) { return report<TRV_RES_ERR_INV_OPTIMIZER>(task, optimizer); }
 
 int32_t optimize_single(Task* task, double cpu0, double real0) {
-  int32_t optimizer = task->ipar[TRV_IPAR_OPTIMIZER];
+  const int32_t optimizer = task->ipar[TRV_IPAR_OPTIMIZER];
   const int32_t probtype = task_probtype(task);
   task->break_code = TRV_RES_OK;
-
-  if ((optimizer == TRV_OPTIMIZER_FREE || optimizer == TRV_OPTIMIZER_MIXED_INT) && probtype == TRV_PROBTYPE_LO)
-    optimizer = TRV_OPTIMIZER_PRIMAL_SIMPLEX;
 
   const int32_t response = sol_make(task, is_simplex(optimizer) ? TRV_SOL_BAS : TRV_SOL_ITR);
   if (response != TRV_RES_OK) return report<TRV_RES_ERR_SPACE>(task);

@@ -201,7 +201,7 @@ TEST_F(App, BothLayoutsAreFoundOrDemanded) {
 TEST_F(App, ConvertsAndWritesTheSolution) {
   EXPECT_EQ(run("-q --no-solve -w copy.mps.gz " + examples + "planning.mps").status, 0);
   EXPECT_NEAR(solve("copy.mps.gz", 0)["primal_objective"], 22120.857142857145, 1e-6);
-  const Outcome r = run("-s table.txt --json result.json " + examples + "diet.mps");
+  const Outcome r = run("-o primal -s table.txt --json result.json " + examples + "diet.mps");
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("Optimal: objective 267.63"), std::string::npos);  // the log goes to standard output
   EXPECT_EQ(nlohmann::json::parse(read_file(dir / "result.json"))["columns"], 6);

@@ -39,12 +39,13 @@ struct Scene {
   TRVtask task = nullptr, clone = nullptr;
 };
 
-int32_t solve(TRVtask task) {
+int32_t solve(TRVtask task, int32_t optimizer, int32_t whichsol) {
+  TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer);
   const int32_t rc = TRV_optimize(task);
   if (rc != 0) return rc;
   double objective = 0.0;
-  EXPECT_EQ(TRV_getprimalobj(task, TRV_SOL_BAS, &objective), 0);
-  EXPECT_NEAR(objective, load_linear_optimum, 1e-6);
+  EXPECT_EQ(TRV_getprimalobj(task, whichsol, &objective), 0);
+  EXPECT_NEAR(objective, load_linear_optimum, 1e-5);
   return 0;
 }
 
@@ -74,7 +75,15 @@ constexpr Step steps[] = {
     {"write", [](Scene& s) { return TRV_writedata(s.task, s.file.c_str()); }},
     {"resize", [](Scene& s) { return TRV_resizetask(s.task, 0, 0, 0, 0, 0); }},
     {"read", [](Scene& s) { return TRV_readdata(s.task, s.file.c_str()); }},
-    {"solve", [](Scene& s) { return solve(s.task); }},
+    {"solve", [](Scene& s) { return solve(s.task, TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_SOL_BAS); }},
+    {"interior", [](Scene& s) { return solve(s.task, TRV_OPTIMIZER_INTPNT, TRV_SOL_ITR); }},
+    {"dual form",
+     [](Scene& s) {
+       TRV_putintparam(s.task, TRV_IPAR_INTPNT_SOLVE_FORM, TRV_SOLVE_DUAL);
+       return solve(s.task, TRV_OPTIMIZER_INTPNT, TRV_SOL_ITR);
+     }},
+    {"conic", [](Scene& s) { return solve(s.task, TRV_OPTIMIZER_CONIC, TRV_SOL_ITR); }},
+    {"simplex again", [](Scene& s) { return solve(s.task, TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_SOL_BAS); }},
     {"sensitivity",
      [](Scene& s) {
        TRV_putintparam(s.task, TRV_IPAR_SENSITIVITY_ALL, TRV_ON);
@@ -103,7 +112,7 @@ constexpr Step steps[] = {
        EXPECT_EQ(s.clone == nullptr, rc != 0);
        TRV_deletetask(&s.clone);
        if (rc == 0) rc = TRV_putbound(s.task, TRV_ACC_CON, 2, TRV_BK_UP, -1e30, 25);
-       return rc == 0 ? solve(s.task) : rc;
+       return rc == 0 ? solve(s.task, TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_SOL_BAS) : rc;
      }},
     {"clone",
      [](Scene& s) {
@@ -117,7 +126,7 @@ constexpr Step steps[] = {
        double val[4];
        return TRV_getavec(s.clone, TRV_ACC_CON, 0, &num, sub, val);
      }},
-    {"solve again", [](Scene& s) { return solve(s.clone); }},
+    {"solve again", [](Scene& s) { return solve(s.clone, TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_SOL_BAS); }},
     {"rest",
      [](Scene& s) {
        for (const LoadStep step : rest_steps) {

@@ -20,6 +20,7 @@ class Optimize : public testing::Test {
     ASSERT_EQ(TRV_makeenv(&env, nullptr, nullptr, nullptr, nullptr), 0);
     ASSERT_EQ(TRV_initenv(env), 0);
     ASSERT_EQ(TRV_makeemptytask(env, &task), 0);
+    TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_PRIMAL_SIMPLEX);
     TRV_linkfunctotaskstream(task, TRV_STREAM_LOG, &text,
                              [](void* handle, const char* line) { *static_cast<std::string*>(handle) += line; });
   }
@@ -91,8 +92,8 @@ TEST_F(Optimize, RestartsFromTheBasisThatIsThere) {
     Lp lp = random_lp(seed, tall ? 60 : 10, tall ? 15 : 80);
     TRV_resizetask(task, 0, 0, 0, 0, 0);
     load(lp);
-    for (const int32_t optimizer : {TRV_OPTIMIZER_FREE, TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_OPTIMIZER_DUAL_SIMPLEX,
-                                    TRV_OPTIMIZER_FREE_SIMPLEX, TRV_OPTIMIZER_MIXED_INT}) {
+    for (const int32_t optimizer :
+         {TRV_OPTIMIZER_PRIMAL_SIMPLEX, TRV_OPTIMIZER_DUAL_SIMPLEX, TRV_OPTIMIZER_FREE_SIMPLEX}) {
       TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer);
       TRV_putintparam(task, TRV_IPAR_SIM_HOTSTART, TRV_SIM_HOTSTART_NONE);
       ASSERT_EQ(TRV_optimize(task), 0);
@@ -309,12 +310,11 @@ TEST_F(Optimize, WhatCannotBeSolvedSaysWhy) {
   TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_DUAL_SIMPLEX);
   ASSERT_EQ(TRV_optimize(task), 0);
   expect_optimum(-2.0);
-  for (const int32_t optimizer :
-       {TRV_OPTIMIZER_QCONE, TRV_OPTIMIZER_CONCURRENT}) {
+  for (const int32_t optimizer : {TRV_OPTIMIZER_QCONE, TRV_OPTIMIZER_CONCURRENT}) {
     TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer);
     EXPECT_EQ(TRV_optimize(task), TRV_RES_ERR_INV_OPTIMIZER);
   }
-  TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_FREE);
+  TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_PRIMAL_SIMPLEX);
   TRV_putvartype(task, 0, TRV_VAR_TYPE_INT);
   EXPECT_EQ(TRV_optimize(task), TRV_RES_ERR_MIO_NOT_LOADED);
   TRV_putintparam(task, TRV_IPAR_MIO_MODE, TRV_MIO_MODE_IGNORED);
@@ -342,6 +342,7 @@ TEST_F(Optimize, WhatCannotBeSolvedSaysWhy) {
   TRV_putqobj(task, 3, i, j, convex);
   TRV_getprobtype(task, &probtype);
   EXPECT_EQ(probtype, TRV_PROBTYPE_QO);
+  TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_FREE);
   TRV_putqobj(task, 3, i, j, indefinite);
   EXPECT_EQ(TRV_optimize(task), TRV_RES_ERR_OBJ_Q_NOT_PSD);
   TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_PRIMAL_SIMPLEX);
