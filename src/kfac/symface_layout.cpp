@@ -11,7 +11,7 @@ namespace {
 
 // The trailing columns are kept as a dense triangle as long as this share of it is not zero.
 constexpr double tail_density = 0.9;
-constexpr int32_t least_panel = 96;
+constexpr int32_t least_panel = 256;
 
 // The first supernode of the dense tail.
 int32_t find_tail(const SymSuper& super) {

@@ -23,7 +23,7 @@ int64_t stored(int64_t w, int64_t q) { return w * (w + 1) / 2 + w * q; }
 bool pays(const SymFace* face, int64_t w, int64_t size, int64_t zeros) {
   if (zeros == 0) return true;
   const double z = static_cast<double>(zeros), s = static_cast<double>(size) * face->options.mergeratio;
-  return (w <= 4 && size <= 64) || (w <= 16 && z < 0.5 * s) || (w <= 48 && z < 0.15 * s) || z < 0.05 * s;
+  return (w <= 4 && size <= 32) || (w <= 16 && z < 0.35 * s) || (w <= 48 && z < 0.12 * s) || z < 0.05 * s;
 }
 
 void chains(const SymFace* face, const SymTree& tree, Forest* f, int32_t* superof, int32_t* children) {
