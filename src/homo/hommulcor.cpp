@@ -1,5 +1,6 @@
-// Multiple centrality correctors (Gondzio, Multiple centrality corrections in a primal-dual method for linear
-// programming, 1996). Each is weighed against the direction by a linear problem in two step lengths.
+// Multiple centrality correctors (Gondzio, Computational Optimization and Applications 6, 1996): corrections of a
+// direction that move products far from the mean back towards it, with a linear problem in two variables for how far to
+// go along the direction and the correction.
 #include <algorithm>
 #include <cmath>
 
@@ -7,133 +8,152 @@
 
 namespace tarvo {
 
-namespace {
+constexpr double outlier = 0.001;  // products below this share of the target, or above it by the inverse, are corrected
 
-constexpr double spread = 0.001;      // products between spread and 1 / spread of the target are left alone
-constexpr double least_share = 1e-8;  // of the correction
-constexpr double better = 0.99;       // what a correction must gain
+// A row a beta1 + b beta2 <= r.
+struct StepRow {
+  double a, b, r;
+};
 
-// What is missing in a product at the full step.
-double lack(double v, double low, double high) { return v < low ? v - low : v > high ? v - high : 0.0; }
+// Maximise beta1 subject to beta1 <= 1, beta2 >= 0, and for every pair x, s >= 0 and the linearised neighbourhood
+//   x s + beta1 (s dx + x ds) + beta2 (s dxc + x dsc) >= low (1 - (1 - gamma) beta1),  low = nb2 mu.
+struct StepProblem {
+  const HomState* h;
+  const HomVec *dir, *cor;
+  double low, fall;  // fall = low (1 - gamma)
+};
 
-// The terms that bring outlying products back; the number of these. The sum goes to *sum.
-int32_t outliers(const HomState* h, double target, const HomVec& dir, HomCor* cor, double* sum) {
+static StepRow pairrow(const StepProblem& q, int32_t kind, double x, double dx, double dxc, double s, double ds,
+                       double dsc) {
+  if (kind == 0) return {-dx, -dxc, x};
+  if (kind == 1) return {-ds, -dsc, s};
+  return {-(s * dx + x * ds + q.fall), -(s * dxc + x * dsc), x * s - q.low};
+}
+
+// Row k of pair k / 3; the last two rows are the bounds.
+static StepRow steprow(const StepProblem& q, int64_t k) {
+  const HomState* h = q.h;
+  const HomVec &p = h->point, &d = *q.dir, &c = *q.cor;
+  const int64_t pair = k / 3;
+  const auto kind = static_cast<int32_t>(k % 3);
+  if (pair < h->nb) return pairrow(q, kind, p.x[pair], d.x[pair], c.x[pair], p.s[pair], d.s[pair], c.s[pair]);
+  const int64_t i = pair - h->nb;
+  if (i < h->nu) return pairrow(q, kind, p.xup[i], d.xup[i], c.xup[i], p.sup[i], d.sup[i], c.sup[i]);
+  if (i == h->nu) return pairrow(q, kind, p.tau, d.tau, c.tau, p.kappa, d.kappa, c.kappa);
+  return kind == 0 ? StepRow{1.0, 0.0, 1.0} : StepRow{0.0, -1.0, 0.0};
+}
+
+// Dual simplex with two active rows, the rows scanned cyclically. False when there is no solution: a product below the
+// neighbourhood makes it infeasible.
+static bool stepproblem(const StepProblem& q, double* beta1, double* beta2) {
+  constexpr double slack = 1e-6;
+  constexpr int32_t maxpivots = 200;
+  const int64_t numrows = 3 * (int64_t{q.h->nb} + q.h->nu + 1) + 2;
+  StepRow active[2] = {{1.0, 0.0, 1.0}, {0.0, -1.0, 0.0}};
+  *beta1 = 1.0;
+  *beta2 = 0.0;
+  int64_t k = 0;
+  int32_t pivots = 0;
+  for (int64_t satisfied = 0; satisfied < numrows; ++satisfied, k = k + 1 < numrows ? k + 1 : 0) {
+    const StepRow row = steprow(q, k);
+    const double left = row.a * *beta1 + row.b * *beta2;
+    if (left <= row.r + slack * std::abs(row.r)) continue;
+    if (++pivots > maxpivots) return false;
+    // Multipliers y of the objective (1, 0) and e of the row over the active rows.
+    const double det = active[0].a * active[1].b - active[1].a * active[0].b;
+    const double y[2] = {active[1].b / det, -active[0].b / det};
+    const double e[2] = {(row.a * active[1].b - row.b * active[1].a) / det,
+                         (row.b * active[0].a - row.a * active[0].b) / det};
+    int32_t leave = -1;
+    for (int32_t i = 0; i < 2; ++i)
+      if (e[i] > 0.0 && (leave < 0 || y[i] * e[leave] < y[leave] * e[i])) leave = i;
+    if (leave < 0) return false;
+    active[leave] = row;
+    const double now = active[0].a * active[1].b - active[1].a * active[0].b;
+    *beta1 = (active[0].r * active[1].b - active[1].r * active[0].b) / now;
+    *beta2 = (active[0].a * active[1].r - active[1].a * active[0].r) / now;
+    if (!std::isfinite(*beta1) || !std::isfinite(*beta2)) return false;
+    satisfied = -1;
+  }
+  *beta1 = std::max(*beta1, 0.0);
+  *beta2 = std::max(*beta2, 0.0);
+  return true;
+}
+
+// What brings a product back to [least, most].
+static double correction(double v, double least, double most) {
+  return v < least ? v - least : v > most ? v - most : 0.0;
+}
+
+// The corrections of all pairs after a full step. The number of products off the target; their sum in *sum.
+static int64_t corrections(HomState* h, double target, const HomVec& d, double* sum) {
   const HomVec& p = h->point;
-  const double low = spread * target, high = target / spread;
-  int32_t count = 0;
-  *sum = 0.0;
-  const auto note = [&count, sum](double v) {
-    count += v != 0.0 ? 1 : 0;
-    *sum += v;
+  const double least = outlier * target, most = target / outlier;
+  HomCor* cor = &h->extracor;
+  int64_t count = 0;
+  double total = 0.0;
+  const auto note = [&](double v) {
+    count += v != 0.0;
+    total += v;
     return v;
   };
-  for (int32_t j = 0; j < h->nb; ++j) cor->pair[j] = note(lack((p.x[j] + dir.x[j]) * (p.s[j] + dir.s[j]), low, high));
+  for (int32_t j = 0; j < h->nb; ++j)
+    cor->pair[j] = note(correction((p.x[j] + d.x[j]) * (p.s[j] + d.s[j]), least, most));
   for (int32_t i = 0; i < h->nu; ++i)
-    cor->up[i] = note(lack((p.xup[i] + dir.xup[i]) * (p.sup[i] + dir.sup[i]), low, high));
-  cor->tk = note(lack((p.tau + dir.tau) * (p.kappa + dir.kappa), low, high));
-  if (h->nf > 0) std::fill_n(cor->cone, h->nf + 1, 0.0);
+    cor->up[i] = note(correction((p.xup[i] + d.xup[i]) * (p.sup[i] + d.sup[i]), least, most));
+  cor->tk = note(correction((p.tau + d.tau) * (p.kappa + d.kappa), least, most));
+  if (h->nf > 0) std::fill(cor->cone, cor->cone + h->nf + 1, 0.0);
+  *sum = total;
   return count;
 }
 
-// A row a1 beta1 + a2 beta2 <= r.
-struct Row {
-  double a1, a2, r;
-};
-
-// Maximises beta1 over rows by going round them with two active ones; false when it finds no way on. Start: beta1 = 1,
-// beta2 = 0, held by beta1 <= 1 and beta2 >= 0.
-class StepProblem {
- public:
-  double beta1 = 1.0, beta2 = 0.0;
-
-  // Brings a violated row into the active pair. False on a problem without solution.
-  bool look(const Row& row) {
-    const double left = row.a1 * beta1 + row.a2 * beta2;
-    if (left <= row.r + 1e-6 * std::fabs(row.r)) return true;
-    ++changes_;
-    // Multipliers of the objective and of the new row over the active ones.
-    const double det = p_.a1 * q_.a2 - p_.a2 * q_.a1;
-    if (det == 0.0) return false;
-    const double y1 = q_.a2 / det, y2 = -p_.a2 / det;
-    const double e1 = (row.a1 * q_.a2 - row.a2 * q_.a1) / det, e2 = (p_.a1 * row.a2 - p_.a2 * row.a1) / det;
-    if (!(e1 > 0.0) && !(e2 > 0.0)) return false;
-    const bool first = e1 > 0.0 && (!(e2 > 0.0) || y1 / e1 <= y2 / e2);
-    (first ? p_ : q_) = row;
-    const double now = p_.a1 * q_.a2 - p_.a2 * q_.a1;
-    if (std::fabs(now) < 1e-300) return false;
-    beta1 = (p_.r * q_.a2 - p_.a2 * q_.r) / now;
-    beta2 = (p_.a1 * q_.r - p_.r * q_.a1) / now;
-    return true;
-  }
-  [[nodiscard]] int32_t changes() const { return changes_; }
-
- private:
-  Row p_{1.0, 0.0, 1.0}, q_{0.0, -1.0, 0.0};
-  int32_t changes_ = 0;
-};
-
-struct Weigh {
-  const HomState* h;
-  const HomVec &dir, &cor;
-  double fall, floor;  // (1 - gamma) mu nb2, and nb2 mu
-
-  bool pair(StepProblem* problem, double x, double s, double dx, double ds, double cx, double cs) const {
-    return problem->look({-dx, -cx, x}) && problem->look({-ds, -cs, s}) &&
-           problem->look({-(s * dx + x * ds + fall), -(s * cx + x * cs), x * s - floor});
-  }
-  bool round(StepProblem* problem) const {
-    const HomVec& p = h->point;
-    for (int32_t j = 0; j < h->nb; ++j)
-      if (!pair(problem, p.x[j], p.s[j], dir.x[j], dir.s[j], cor.x[j], cor.s[j])) return false;
-    for (int32_t i = 0; i < h->nu; ++i)
-      if (!pair(problem, p.xup[i], p.sup[i], dir.xup[i], dir.sup[i], cor.xup[i], cor.sup[i])) return false;
-    return pair(problem, p.tau, p.kappa, dir.tau, dir.kappa, cor.tau, cor.kappa) && problem->look({1.0, 0.0, 1.0}) &&
-           problem->look({0.0, -1.0, 0.0});
-  }
-  // The two steps; false when there are none worth taking.
-  bool solve(StepProblem* problem) const {
-    constexpr int32_t most_rounds = 20;
-    for (int32_t k = 0; k < most_rounds; ++k) {
-      const int32_t before = problem->changes();
-      if (!round(problem)) return false;
-      if (problem->changes() == before) return true;
-    }
-    return false;
-  }
-};
-
-}  // namespace
+// The step that a direction allows, at most 1; with free columns also inside their cone.
+static double fullstep(HomState* h, const HomVec& dir) {
+  const HomSteps limits = hom_steplimits(h, 1.0, dir);
+  return std::min(limits.primal, limits.dual);
+}
 
 void hom_mulcor2(HomState* h, double gamma, double beta, HomVec* dir) {
   if (h->maxncor <= 0) return;
-  const double begin = sysenv_cputime();
-  const double target = gamma * h->mu;
-  HomSteps limits = hom_steplimits(h, 1.0, *dir);
-  double best = std::min(limits.primal, limits.dual);
-  if (h->nf > 0) best = std::min(best, hom_neighbourstep(h, limits, gamma, 1.0, 0.0, false, *dir));
+  HomTimer timer(&h->time.mulcor);
   HomVec* cor = &h->cordir;
-  for (int32_t k = 0; k < h->maxncor; ++k) {
+  const double target = h->cgapf * gamma / h->n_c;
+  double best = fullstep(h, *dir);
+  int32_t used = 0;
+  for (int32_t round = 0; round < h->maxncor; ++round) {
     double sum = 0.0;
-    if (outliers(h, target, *dir, &h->extracor, &sum) == 0) {
+    if (corrections(h, target, *dir, &sum) == 0) {
       hom_print(h, "No correction\n");
       break;
     }
-    const HomTarget aim{.eta = 0.0, .mut = sum / h->n_c, .products = false, .cor = &h->extracor};
-    hom_computesearch(h, aim, cor);
-    ++h->numcor;
-    if (8.0 * std::fabs(hom_dxds(h, *cor)) > h->cgapf) break;
-    const double nb2 = std::min(beta, h->par.tolpath);
-    const Weigh weigh{h, *dir, *cor, nb2 * (1.0 - gamma) * h->mu, nb2 * h->mu};
-    StepProblem problem;
-    if (!weigh.solve(&problem)) break;
-    if (!(problem.beta2 >= least_share) || !(problem.beta1 > 0.0)) break;
-    if (1.0 - problem.beta1 * (1.0 - gamma) > better * (1.0 - best * (1.0 - gamma))) break;
-    if (best > problem.beta1) break;
-    hom_addvec(h, problem.beta2 / problem.beta1, *cor, dir);
-    best = problem.beta1;
-    h->maxcorused = std::max(h->maxcorused, k + 1);
+    {
+      HomTimer inner(&h->time.mulcorsd);
+      hom_computesearch(h, HomTarget{.eta = 0.0, .mut = sum / h->n_c, .products = false, .cor = &h->extracor}, cor);
+    }
+    if (!(8.0 * std::abs(hom_dxds(h, *cor)) <= h->cgapf)) break;
+    const double low = std::min(beta, h->par.tolpath) * h->mu;
+    double beta1 = 0.0, beta2 = 0.0;
+    if (!stepproblem({h, dir, cor, low, low * (1.0 - gamma)}, &beta1, &beta2)) break;
+    if (beta2 < 1e-8 || !(beta1 > 0.0)) break;
+    if (1.0 - beta1 * (1.0 - gamma) > 0.99 * (1.0 - best * (1.0 - gamma))) break;
+    const bool accept = best <= beta1;
+    hom_print(h, "accept: %s beta1: %e beta2: %e best: %e\n", accept ? "yes" : "no", beta1, beta2, best);
+    if (!accept) break;
+    const double t = beta2 / beta1;
+    hom_addvec(h, t, *cor, dir);
+    // The step problem knows nothing of the cone.
+    if (h->nf > 0) {
+      beta1 = std::min(beta1, fullstep(h, *dir));
+      if (beta1 < best) {
+        hom_addvec(h, -t, *cor, dir);
+        break;
+      }
+    }
+    best = beta1;
+    ++used;
   }
-  h->time.mulcor += sysenv_cputime() - begin;
+  h->numcor += used;
+  h->maxcorused = std::max(h->maxcorused, used);
 }
 
 }  // namespace tarvo

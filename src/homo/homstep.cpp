@@ -1,4 +1,5 @@
-// Step lengths: to the boundary, inside the neighbourhood of the central path, and the step itself.
+// Step lengths: to the boundary, and inside the neighbourhood of the central path where every product of a pair stays
+// above a share of the mean.
 #include <algorithm>
 #include <cmath>
 
@@ -6,99 +7,124 @@
 
 namespace tarvo {
 
-static double ratio(double x, double dx, double step) { return dx < 0.0 ? std::min(step, -x / dx) : step; }
+// The largest a <= limit with x + a dx >= 0.
+static double ratiotest(double limit, const double* x, const double* dx, int32_t n) {
+  for (int32_t j = 0; j < n; ++j)
+    if (x[j] + limit * dx[j] < 0.0) limit = -x[j] / dx[j];
+  return limit;
+}
 
-static double ratios(int32_t n, const double* x, const double* dx, double step) {
-  for (int32_t k = 0; k < n; ++k) step = ratio(x[k], dx[k], step);
-  return step;
+// The largest a <= limit where q0 + q1 a + q2 a^2, positive at 0, has no zero before. Stable for all signs.
+static double quadratictest(double limit, double q0, double q1, double q2) {
+  const double disc = q1 * q1 - 4.0 * q2 * q0;
+  if (!(disc >= 0.0)) return limit;
+  const double low = std::sqrt(disc) - q1;
+  return low > 0.0 ? std::min(limit, 2.0 * q0 / low) : limit;
+}
+
+static double norm2(const double* v, int32_t n) {
+  double sum = 0.0;
+  for (int32_t k = 0; k < n; ++k) sum += v[k] * v[k];
+  return sum;
+}
+
+// q1 and q2 of (head + a dhead)^2 - |v + a dv|^2.
+static void conequadratic(double head, double dhead, const double* v, const double* dv, int32_t n, double* q1,
+                          double* q2) {
+  double cross = 0.0, squares = 0.0;
+  for (int32_t k = 0; k < n; ++k) {
+    cross += v[k] * dv[k];
+    squares += dv[k] * dv[k];
+  }
+  *q1 = 2.0 * (head * dhead - cross);
+  *q2 = dhead * dhead - squares;
+}
+
+static void cone(const HomState* h, const HomVec& dir, HomSteps* steps) {
+  const HomVec& p = h->point;
+  conequadratic(p.xf, dir.xf, p.x + h->nb, dir.x + h->nb, h->nf, &steps->xqdxf, &steps->dxqdxf);
+  conequadratic(p.sf, dir.sf, p.s + h->nb, dir.s + h->nb, h->nf, &steps->sqdsf, &steps->dsqdsf);
 }
 
 HomSteps hom_steplimits(const HomState* h, double cap, const HomVec& dir) {
   const HomVec& p = h->point;
-  HomSteps s{};
-  s.primal = s.dual = ratio(p.kappa, dir.kappa, ratio(p.tau, dir.tau, cap));
-  s.primal = ratios(h->nu, p.xup, dir.xup, ratios(h->nb, p.x, dir.x, s.primal));
-  s.dual = ratios(h->nu, p.sup, dir.sup, ratios(h->nb, p.s, dir.s, s.dual));
-  if (h->nf == 0) return s;
-  s.primal = ratio(p.xf, dir.xf, s.primal);
-  s.dual = ratio(p.sf, dir.sf, s.dual);
-  double xdx = p.xf * dir.xf, dxdx = dir.xf * dir.xf, sds = p.sf * dir.sf, dsds = dir.sf * dir.sf;
-  for (int32_t j = h->nb; j < h->n; ++j) {
-    xdx -= p.x[j] * dir.x[j];
-    dxdx -= dir.x[j] * dir.x[j];
-    sds -= p.s[j] * dir.s[j];
-    dsds -= dir.s[j] * dir.s[j];
-  }
-  s.xqdxf = 2.0 * xdx;
-  s.dxqdxf = dxdx;
-  s.sqdsf = 2.0 * sds;
-  s.dsqdsf = dsds;
-  return s;
+  HomSteps steps{};
+  cap = ratiotest(cap, &p.tau, &dir.tau, 1);
+  cap = ratiotest(cap, &p.kappa, &dir.kappa, 1);
+  steps.primal = ratiotest(ratiotest(cap, p.x, dir.x, h->nb), p.xup, dir.xup, h->nu);
+  steps.dual = ratiotest(ratiotest(cap, p.s, dir.s, h->nb), p.sup, dir.sup, h->nu);
+  if (h->nf == 0) return steps;
+  cone(h, dir, &steps);
+  steps.primal = ratiotest(steps.primal, &p.xf, &dir.xf, 1);
+  steps.dual = ratiotest(steps.dual, &p.sf, &dir.sf, 1);
+  steps.primal = quadratictest(steps.primal, h->xqxf, steps.xqdxf, steps.dxqdxf);
+  steps.dual = quadratictest(steps.dual, h->sqsf, steps.sqdsf, steps.dsqdsf);
+  return steps;
 }
 
-static bool pairs_above(int32_t n, const double* x, const double* dx, const double* s, const double* ds, double a,
-                        double low) {
-  for (int32_t k = 0; k < n; ++k)
-    if (!((x[k] + a * dx[k]) * (s[k] + a * ds[k]) >= low)) return false;
+// Is every product (x + a dx)(s + a ds) at least `low`? A NaN is not.
+static bool productsabove(double low, double a, const double* x, const double* dx, const double* s, const double* ds,
+                          int32_t n) {
+  constexpr int32_t block = 512;  // long enough for vector code, short enough to leave early
+  for (int32_t from = 0; from < n; from += block) {
+    const int32_t to = std::min(n, from + block);
+    int32_t below = 0;
+    for (int32_t j = from; j < to; ++j) below += !((x[j] + a * dx[j]) * (s[j] + a * ds[j]) >= low);
+    if (below > 0) return false;
+  }
   return true;
-}
-
-// Do all products at step a reach `low`?
-static bool inside(const HomState* h, const HomSteps& limits, double a, double low, const HomVec& dir) {
-  const HomVec& p = h->point;
-  if (!((p.tau + a * dir.tau) * (p.kappa + a * dir.kappa) >= low)) return false;
-  if (h->nf > 0) {
-    const double xqx = h->xqxf + a * (limits.xqdxf + a * limits.dxqdxf);
-    const double sqs = h->sqsf + a * (limits.sqdsf + a * limits.dsqdsf);
-    if (!(xqx > 0.0 && sqs > 0.0 && std::sqrt(xqx * sqs) >= low)) return false;
-  }
-  return pairs_above(h->nb, p.x, dir.x, p.s, dir.s, a, low) &&
-         pairs_above(h->nu, p.xup, dir.xup, p.sup, dir.sup, a, low);
 }
 
 double hom_neighbourstep(HomState* h, const HomSteps& limits, double gamma, double frac, double beta, bool gapcheck,
                          const HomVec& dir) {
-  constexpr double smallgap = 1e-8;  // below this the gap at a step is computed, not predicted
-  const bool exact = h->cgapf <= smallgap;
-  const double dxds = exact || gapcheck ? hom_dxds(h, dir) : 0.0, xds = exact || gapcheck ? hom_xds(h, dir) : 0.0;
-  const double boundary = std::min(limits.primal, limits.dual) * frac;
-  double a = boundary;
+  HomTimer timer(&h->time.linesearch);
+  constexpr double tinygap = 1e-8;  // below it the predicted gap is no measure any more
+  const HomVec& p = h->point;
+  const bool exact = h->cgapf <= tinygap;
+  const double dxds = exact || gapcheck ? hom_dxds(h, dir) : 0.0;
+  const double xds = exact || gapcheck ? hom_xds(h, dir) : 0.0;
+  const double longest = std::min(limits.primal, limits.dual) * frac;
+  const int32_t first = h->nb - h->nu;
   for (int32_t k = 0;; ++k) {
-    a = k < hom_numsteps ? boundary * hom_steptable[k] : 0.1 * a;
+    double a = longest * hom_steptable[std::min(k, hom_numsteps - 1)];
+    for (int32_t i = hom_numsteps; i <= k; ++i) a *= 0.1;
     if (!(a > h->par.tolstep)) return 0.0;
     if (gapcheck && (xds + a * dxds) / h->cgapf > -0.5 * (1.0 - gamma)) {
       hom_print(h, "!!!! Decrease in GAP failure %e > %e a: %e dxds: %e xdssdx: %e\n", (xds + a * dxds) / h->cgapf,
                 -0.5 * (1.0 - gamma), a, dxds, xds);
       continue;
     }
-    const double gap = exact ? h->cgapf + a * (xds + a * dxds) : (1.0 - (1.0 - gamma) * a) * h->cgapf;
-    if (inside(h, limits, a, gap * beta / h->n_c, dir)) return a;
+    const double low = exact ? (h->cgapf + a * xds + a * a * dxds) * beta / h->n_c
+                             : (1.0 - (1.0 - gamma) * a) * h->cgapf * beta / h->n_c;
+    if (!((p.tau + a * dir.tau) * (p.kappa + a * dir.kappa) >= low)) continue;
+    if (h->nf > 0) {
+      const double xqx = h->xqxf + a * (limits.xqdxf + a * limits.dxqdxf);
+      const double sqs = h->sqsf + a * (limits.sqdsf + a * limits.dsqdsf);
+      if (!(xqx >= 0.0 && sqs >= 0.0 && std::sqrt(xqx * sqs) >= low)) continue;
+    }
+    if (productsabove(low, a, p.x, dir.x, p.s, dir.s, first) &&
+        productsabove(low, a, p.x + first, dir.x + first, p.s + first, dir.s + first, h->nu) &&
+        productsabove(low, a, p.xup, dir.xup, p.sup, dir.sup, h->nu))
+      return a;
   }
-}
-
-static void move(int32_t n, double step, const double* dx, double* x) {
-  for (int32_t k = 0; k < n; ++k) x[k] += step * dx[k];
 }
 
 void hom_takestep(HomState* h, double step, const HomVec& dir) {
+  HomTimer timer(&h->time.update);
   HomVec& p = h->point;
-  move(h->n, step, dir.x, p.x);
-  move(h->n, step, dir.s, p.s);
-  move(h->nu, step, dir.xup, p.xup);
-  move(h->nu, step, dir.yup, p.yup);
-  move(h->nu, step, dir.sup, p.sup);
-  move(h->m, step, dir.y, p.y);
-  p.xf += step * dir.xf;
-  p.sf += step * dir.sf;
-  p.tau += step * dir.tau;
-  p.kappa += step * dir.kappa;
-  // Computed afresh: the scaling of the cone has to fit the point to the last digit.
-  h->xqxf = p.xf * p.xf;
-  h->sqsf = p.sf * p.sf;
-  for (int32_t j = h->nb; j < h->n; ++j) {
-    h->xqxf -= p.x[j] * p.x[j];
-    h->sqsf -= p.s[j] * p.s[j];
-  }
+  HomSteps q{};
+  if (h->nf > 0) cone(h, dir, &q);
+  hom_addvec(h, step, dir, &p);
+  if (h->nf == 0) return;
+  // Computed from the new point the squares would cancel, and carried alone they would drift away from it: so they are
+  // carried, and the heads follow.
+  const auto follow = [h](double square, double* v, double* head) {
+    if (!(square > 0.0)) return *head * *head - norm2(v + h->nb, h->nf);
+    *head = std::copysign(std::sqrt(square + norm2(v + h->nb, h->nf)), *head);
+    return square;
+  };
+  h->xqxf = follow(h->xqxf + step * (q.xqdxf + step * q.dxqdxf), p.x, &p.xf);
+  h->sqsf = follow(h->sqsf + step * (q.sqdsf + step * q.dsqdsf), p.s, &p.sf);
 }
 
 }  // namespace tarvo
