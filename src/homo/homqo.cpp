@@ -160,45 +160,6 @@ static void checkconvex(HomState* h) {
   if (!convex && h->resp == HOM_RESP_OK) h->resp = HOM_RESP_NOTCONVEX;
 }
 
-// Factors at a level and computes the affine direction. False ends the run.
-static bool tryaffine(QoRun* r, int32_t level) {
-  HomState* h = r->h;
-  r->level = level;
-  const int32_t code = hom_qofactor(h, level);
-  if (code != KKT_OK) {
-    if (h->resp == HOM_RESP_OK) h->resp = code == KKT_CANCELLED ? HOM_RESP_CANCELLED : HOM_RESP_FACTOR;
-    return false;
-  }
-  r->error = hom_qosearch(h, HomTarget{.eta = 1.0, .mut = 0.0}, &h->affine);
-  hom_print(h, "Level %d: error: %e repaired: %d pi: %e (%e)\n", level, r->error, kktfac_getstats(h->kkt).repaired,
-            h->pi, h->beta);
-  return true;
-}
-
-// The affine direction at the present level; at the best level of all when it is inaccurate.
-static bool affine(QoRun* r) {
-  HomState* h = r->h;
-  if (!tryaffine(r, r->level)) return false;
-  if (r->error > baderror && (h->iter >= r->nextsearch || r->error == HUGE_VAL)) {
-    const int32_t given = r->level;
-    const double error = r->error;
-    int32_t best = given;
-    double least = error;
-    for (int32_t level = 0; level <= maxlevel && r->error > baderror; ++level) {
-      if (level == given) continue;
-      if (!tryaffine(r, level)) return false;
-      if (r->error < least) {
-        least = r->error;
-        best = level;
-      }
-    }
-    if (r->level != best && !tryaffine(r, best)) return false;
-    if (r->error > 0.1 * error) r->nextsearch = h->iter + 4;  // nothing was gained: no search for a while
-  }
-  if (r->error == HUGE_VAL) h->resp = HOM_RESP_STALL;
-  return h->resp == HOM_RESP_OK;
-}
-
 static void choosecentring(QoRun* r) {
   HomState* h = r->h;
   const HomSteps limits = hom_steplimits(h, 1.0, h->affine);
@@ -223,6 +184,52 @@ static void choosecentring(QoRun* r) {
     r->usecor = false;
   }
   r->eta = 1.0 - r->gamma;
+}
+
+static HomTarget combined(QoRun* r) {
+  return {.eta = r->eta, .mut = r->gamma * r->h->mu, .cor = r->usecor ? &r->h->cor : nullptr};
+}
+
+// Factors at a level and computes both directions. False ends the run.
+static bool trylevel(QoRun* r, int32_t level) {
+  HomState* h = r->h;
+  r->level = level;
+  const int32_t code = hom_qofactor(h, level);
+  if (code != KKT_OK) {
+    if (h->resp == HOM_RESP_OK) h->resp = code == KKT_CANCELLED ? HOM_RESP_CANCELLED : HOM_RESP_FACTOR;
+    return false;
+  }
+  r->error = hom_qosearch(h, HomTarget{.eta = 1.0, .mut = 0.0}, &h->affine);
+  if (r->error < HUGE_VAL) {
+    choosecentring(r);
+    r->error = std::max(r->error, hom_qosearch(h, combined(r), &h->dir));
+  }
+  hom_print(h, "Level %d: error: %e repaired: %d pi: %e (%e)\n", level, r->error, kktfac_getstats(h->kkt).repaired,
+            h->pi, h->beta);
+  return true;
+}
+
+// The directions at the present level; at the best level of all when they are inaccurate.
+static bool finddirections(QoRun* r) {
+  HomState* h = r->h;
+  const int32_t given = r->level;
+  if (!trylevel(r, given)) return false;
+  if (r->error > baderror && (h->iter >= r->nextsearch || r->error == HUGE_VAL)) {
+    const double error = r->error;
+    double least = error;
+    int32_t best = given;
+    for (int32_t k = 1; k < hom_qolevels && r->error > baderror; ++k) {
+      if (!trylevel(r, (given + k) % hom_qolevels)) return false;
+      if (r->error < least) {
+        least = r->error;
+        best = r->level;
+      }
+    }
+    if (r->level != best && !trylevel(r, best)) return false;
+    if (r->error > 0.1 * error) r->nextsearch = h->iter + 4;  // nothing was gained: no search for a while
+  }
+  if (r->error == HUGE_VAL) h->resp = HOM_RESP_STALL;
+  return h->resp == HOM_RESP_OK;
 }
 
 // The longest step, from the boundary back, that keeps the products together and the gap falling; 0 without one.
@@ -263,24 +270,20 @@ static bool steppoint(QoRun* r) {
   HomState* h = r->h;
   const double frac = boundary * h->par.relstep;
   const double beta = std::min(std::max(h->par.tolpath, h->lpval / 100.0), std::sqrt(h->par.tolpath));
-  for (;;) {
-    const HomTarget target{.eta = r->eta, .mut = r->gamma * h->mu, .cor = r->usecor ? &h->cor : nullptr};
-    const double error = hom_qosearch(h, target, &h->dir);
-    const double t = error < HUGE_VAL ? commonstep(h, h->dir, frac, r->gamma, beta) : 0.0;
-    hom_print(h, "a: %e dxds: %e gamma: %e t: %e error: %e status: %e lpval: %e\n", r->a, r->dxds, r->gamma, t, error,
-              r->status, h->lpval);
-    if (r->usecor && t < std::max(0.1 * r->a, h->par.tolstep)) {
-      r->usecor = false;
-      r->gamma = std::max(r->gamma, 0.25);
-      r->eta = 1.0 - r->gamma;
-      ++h->numdroppedcor;
-      continue;
-    }
-    if (t <= h->par.tolstep) return false;
-    hom_takestep(h, t, h->dir);
-    r->delay = undecided(r, t);
-    return true;
+  double t = commonstep(h, h->dir, frac, r->gamma, beta);
+  if (r->usecor && t < std::max(0.1 * r->a, h->par.tolstep)) {
+    r->usecor = false;
+    r->gamma = std::max(r->gamma, 0.25);
+    r->eta = 1.0 - r->gamma;
+    ++h->numdroppedcor;
+    t = hom_qosearch(h, combined(r), &h->dir) < HUGE_VAL ? commonstep(h, h->dir, frac, r->gamma, beta) : 0.0;
   }
+  hom_print(h, "a: %e dxds: %e gamma: %e t: %e status: %e lpval: %e\n", r->a, r->dxds, r->gamma, t, r->status,
+            h->lpval);
+  if (t <= h->par.tolstep) return false;
+  hom_takestep(h, t, h->dir);
+  r->delay = undecided(r, t);
+  return true;
 }
 
 void hom_optqo(HomState* h) {
@@ -310,8 +313,7 @@ void hom_optqo(HomState* h) {
     else if (h->iter > r->bestiter + patience)
       h->resp = HOM_RESP_STALL;
     if (hom_report(h) != 0 || h->resp != HOM_RESP_OK) break;
-    if (!affine(r)) break;
-    choosecentring(r);
+    if (!finddirections(r)) break;
     if (!steppoint(r) && ++r->level > maxlevel) h->resp = HOM_RESP_STALL;
     ++h->iter;
   }
