@@ -37,9 +37,9 @@ struct LpRun {
   double meritold = 0.0;                              // meritfeasif of the last iteration
   double minpfeas = HUGE_VAL, mindfeas = HUGE_VAL;
   double savedxqxf = 0.0, savedsqsf = 0.0;
-  double leastrel = HUGE_VAL;  // of residuals and gap against tau or kappa,
-  int32_t idle = 0;            // and the iterations since it fell
-  bool polishing = false;      // the saved point passed the test (passlevel, passstrict)
+  double leastrel = HUGE_VAL, leastproof = HUGE_VAL;  // residuals and gap against tau, against kappa,
+  int32_t idle = 0;                                   // and the iterations since one of them fell
+  bool polishing = false;                             // the saved point passed the test (passlevel, passstrict)
   int32_t passlevel = 0;
   bool passstrict = false;
   int32_t polished = 0;         // iterations beyond the tolerances,
@@ -83,9 +83,15 @@ static void checkprogress(LpRun* r) {
   }
   r->meritold = h->meritfeasif;
   // Directions of little accuracy can take residuals and gap down by taking tau and kappa down with them.
-  const double size = std::max(tau, h->point.kappa), rel = (h->meritfeas2f + h->cgapf / size) / size;
-  r->idle = rel < 0.9 * r->leastrel ? 0 : r->idle + 1;
-  r->leastrel = std::min(r->leastrel, rel);
+  // Against either of them they fall on the way to an optimum or to a certificate.
+  const auto falls = [h](double size, double* least) {
+    const double rel = (h->meritfeas2f + h->cgapf / size) / size;
+    const bool fell = rel < 0.9 * *least;
+    *least = std::min(*least, rel);
+    return fell;
+  };
+  const bool byoptimum = falls(tau, &r->leastrel), byproof = falls(h->point.kappa, &r->leastproof);
+  r->idle = byoptimum || byproof ? 0 : r->idle + 1;
   if (r->idle > maxidle) {
     hom_print(h, "Terminate due to numerical problems.\n");
     h->resp = HOM_RESP_STALL;
