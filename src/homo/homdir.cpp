@@ -357,20 +357,6 @@ static NewtonRows targetrows(const HomState* h, const HomTarget& target) {
   return rows;
 }
 
-// What the solves left undone stands multiplied by 1 / tau in the gap row. Where it is small beside the products of the
-// pairs, kappa takes it: off centre by so little does no harm, residuals that grow do.
-static void closegap(const HomState* h, const HomTarget& target, HomVec* dir) {
-  const double kappa =
-      dot(h->b, dir->y, h->m) + dot(h->u, dir->yup, h->nu) - dot(h->c, dir->x, h->n) + target.eta * h->rg;
-  if (std::abs(kappa - dir->kappa) * h->point.tau <= 0.1 * h->mu) dir->kappa = kappa;
-}
-
-void hom_computesearch(HomState* h, const HomTarget& target, HomVec* dir) {
-  HomTimer timer(&h->time.computesd);
-  newton(h, targetrows(h, target), 0.0, dir);
-  closegap(h, target, dir);
-}
-
 double hom_computeresiduals(HomState* h, const HomTarget& target, const HomVec& dir, HomVec* res, double* infnorm) {
   const HomVec& p = h->point;
   const int32_t first = firstupper(h), nb = h->nb;
@@ -448,6 +434,59 @@ static NewtonRows correctionrows(const HomState* h, const HomVec& res) {
   return rows;
 }
 
+// The gap row without dkappa.
+static double gaprow(const HomState* h, const HomTarget& target, const HomVec& dir) {
+  return dot(h->b, dir.y, h->m) + dot(h->u, dir.yup, h->nu) - dot(h->c, dir.x, h->n) + target.eta * h->rg;
+}
+
+// What the solves left undone stands multiplied by y / tau in the gap row. Where it is small beside the products of the
+// pairs, kappa takes it: off centre by so little does no harm, residuals that grow do.
+constexpr double offcentre = 0.1;
+static void closegap(const HomState* h, const HomTarget& target, HomVec* dir) {
+  const double kappa = gaprow(h, target, *dir);
+  if (std::abs(kappa - dir->kappa) * h->point.tau <= offcentre * h->mu) dir->kappa = kappa;
+}
+
+// How much what an inaccurate solve spoils, the primal rows and the gap row, exceeds what does no harm: residuals that
+// keep those of the point from falling, and a gap that kappa can't take.
+static double excess(HomState* h, const HomTarget& target, const HomVec& dir) {
+  const double tau = h->point.tau;
+  const double harmless = std::max(0.01 * h->pfeasf, 1e-3 * h->par.tolpfeas * (1.0 + h->bscale) * tau);
+  const double harmlessgap = std::max(offcentre * h->mu / tau, 0.1 * h->meritfeas2f);
+  double largest = 0.0, *ax = h->wm1;
+  multiply(h, dir.x, ax);
+  for (int32_t i = 0; i < h->m; ++i)
+    largest = std::max(largest, std::abs(h->b[i] * dir.tau - ax[i] - target.eta * h->rp[i]));
+  return std::max(largest / harmless, std::abs(gaprow(h, target, dir) - dir.kappa) / harmlessgap);
+}
+
+// Another solve or two where they help.
+static void improve(HomState* h, const HomTarget& target, HomVec* dir) {
+  constexpr int32_t maxrounds = 3;
+  double error = excess(h, target, *dir);
+  for (int32_t k = 0; k < maxrounds && error > 1.0; ++k) {
+    double inf = 0.0;
+    hom_computeresiduals(h, target, *dir, &h->res, &inf);
+    newton(h, correctionrows(h, h->res), 0.0, &h->rhs);
+    hom_addvec(h, 1.0, h->rhs, dir);
+    ++h->numrefine;
+    const double now = excess(h, target, *dir);
+    hom_print(h, "Excess of residuals: %e -> %e\n", error, now);
+    if (!(now < 0.5 * error)) {
+      hom_addvec(h, -1.0, h->rhs, dir);
+      return;
+    }
+    error = now;
+  }
+}
+
+void hom_computesearch(HomState* h, const HomTarget& target, HomVec* dir) {
+  HomTimer timer(&h->time.computesd);
+  newton(h, targetrows(h, target), 0.0, dir);
+  improve(h, target, dir);
+  closegap(h, target, dir);
+}
+
 // Iterative refinement of the whole system with the regularised factor. A round is worth it while it halves the
 // residual; the direction is good when its residual and its decrease of the gap are.
 bool hom_computesearchr(HomState* h, const HomTarget& target, HomVec* dir) {
@@ -484,6 +523,7 @@ bool hom_computesearchr(HomState* h, const HomTarget& target, HomVec* dir) {
         hom_copyvec(h, *sum, dir);
         return true;
       }
+      // A first round that leaves more than it found is still the base of the others.
       const bool accepted = k > 1 && nrmr <= target1 && fallsgap(*dir);
       hom_print(h, "term: %s\n", accepted ? "ok" : "stall");
       return accepted;
