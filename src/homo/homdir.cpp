@@ -517,14 +517,8 @@ bool hom_computesearchr(HomState* h, const HomTarget& target, HomVec* dir) {
     const double xds = hom_xds(h, *sum), dxds = hom_dxds(h, *sum);
     hom_print(h, "%d nrmr: %e nrmri: %e |rgc|: %e xds+sdx: %e dx'ds: %e\n", k, now, newi, std::abs(res->tau), xds,
               dxds);
-    if (!(now <= 0.99 * nrmr)) {
-      // Dropped; what there was before has to do. (Without residuals there is nothing to reduce.)
-      if (k == 1 && target.eta == 0.0 && now <= target1) {
-        hom_copyvec(h, *sum, dir);
-        return true;
-      }
-      // A first round that leaves more than it found is still the base of the others.
-      const bool accepted = k > 1 && nrmr <= target1 && fallsgap(*dir);
+    if (k > 1 && !(now <= 0.99 * nrmr)) {  // dropped; what there was before has to do
+      const bool accepted = nrmr <= target1 && fallsgap(*dir);
       hom_print(h, "term: %s\n", accepted ? "ok" : "stall");
       return accepted;
     }
