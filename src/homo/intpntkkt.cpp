@@ -22,7 +22,8 @@ constexpr double root_half = 0.7071067811865476;
 // Regularisation of the columns and rows, taken back by the refinement: an elimination in any order is stable as long
 // as the pivots of both signs keep away from 0.
 constexpr double column_diagonal = 1e-9, row_diagonal = 1e-8;
-constexpr int32_t auto_refine = 8;  // steps at most where none are asked for
+constexpr int32_t max_refine = 6;    // steps of a cycle of the refinement
+constexpr int32_t auto_refine = 12;  // steps where their number is left open
 constexpr double wanted_residual = 1e-14;
 
 }  // namespace
@@ -33,7 +34,7 @@ struct IntpntKkt {
   int32_t nq = 0;
   Array<int32_t> qi, qj;
   Array<double> q, d, e;
-  Array<double> r1, r2, sx, sy, res;
+  Array<double> r1, r2, sx, sy, res, krylov;
   int64_t numrefine = 0;
   int32_t firstrefine = -1;
 };
@@ -127,12 +128,13 @@ int32_t set_up(IntpntState* h) {
   IntpntKkt* s = h->kkt;
   if (const int32_t resp = build_matrix(h); resp != HOM_RESP_OK) return resp;
   s->nq = h->n - h->l0;
+  const auto size = static_cast<std::size_t>(int64_t{h->n} + h->m);
   const auto nq = static_cast<std::size_t>(s->nq), n = static_cast<std::size_t>(h->n + h->numcone),
              m = static_cast<std::size_t>(h->m + h->numcone);
   if (!s->qi.alloc(h->env, nq) || !s->qj.alloc(h->env, nq) || !s->q.alloc(h->env, nq) || !s->d.alloc(h->env, n) ||
       !s->e.alloc(h->env, m, Fill::zero) || !s->r1.alloc(h->env, 2 * n, Fill::zero) ||
       !s->r2.alloc(h->env, 2 * m, Fill::zero) || !s->sx.alloc(h->env, 2 * n) || !s->sy.alloc(h->env, 2 * m) ||
-      !s->res.alloc(h->env, 2 * (n + m)))
+      !s->res.alloc(h->env, 4 * size) || !s->krylov.alloc(h->env, (2 * max_refine + 1) * size))
     return HOM_RESP_SPACE;
   for (int32_t k = 0; k < h->numcone; ++k)
     for (int32_t j = h->cnebeg[k]; j < h->cnebeg[k + 1]; ++j) {
@@ -223,24 +225,14 @@ int32_t symles_numericalfactor(IntpntState* h) {
 
 namespace {
 
-// Residuals r - K (x; y) into r1, r2; the larger of both infinity norms.
-double residual(IntpntState* h, const double* r1, const double* r2, const double* x, const double* y, double* o1,
-                double* o2) {
+// out = K (x; y) for z = (x, y) of n + m elements.
+void times_k(IntpntState* h, const double* z, double* out) {
   double* hx = h->wn3;
-  intpnt_bardtimesh(h, x, hx);
-  for (int32_t i = 0; i < h->nu; ++i) hx[h->nb - h->nu + i] += h->hup[i] * x[h->nb - h->nu + i];
-  intpnt_timesat(h, y, o1);
-  intpnt_timesa(h, x, o2);
-  double norm = 0.0;
-  for (int32_t j = 0; j < h->n; ++j) {
-    o1[j] = r1[j] + hx[j] - o1[j];
-    norm = std::max(norm, std::fabs(o1[j]));
-  }
-  for (int32_t i = 0; i < h->m; ++i) {
-    o2[i] = r2[i] - o2[i];
-    norm = std::max(norm, std::fabs(o2[i]));
-  }
-  return norm;
+  intpnt_bardtimesh(h, z, hx);
+  for (int32_t i = 0; i < h->nu; ++i) hx[h->nb - h->nu + i] += h->hup[i] * z[h->nb - h->nu + i];
+  intpnt_timesat(h, z + h->n, out);
+  intpnt_timesa(h, z, out + h->n);
+  for (int32_t j = 0; j < h->n; ++j) out[j] -= hx[j];
 }
 
 // One pass through the factor: (x; y) = K^-1 (r1; r2) up to stretching and regularisation.
@@ -252,37 +244,107 @@ void solve_stretched(IntpntState* h, int32_t nrhs) {
   for (int32_t k = 0; k < nrhs; ++k) rotate(h, s->sx.data() + int64_t{k} * n);
 }
 
-double infnorm(const double* x, int32_t n) {
-  double norm = 0.0;
-  for (int32_t j = 0; j < n; ++j) norm = std::max(norm, std::fabs(x[j]));
-  return norm;
+double dot(int64_t n, const double* a, const double* b) {
+  double sum = 0.0;
+  for (int64_t j = 0; j < n; ++j) sum += a[j] * b[j];
+  return sum;
+}
+double norm2(int64_t n, const double* a) { return std::sqrt(dot(n, a, a)); }
+
+// z = M^-1 r, the factor's view of K, for r and z of n + m elements.
+void precondition(IntpntState* h, const double* r, double* z) {
+  IntpntKkt* s = h->kkt;
+  std::copy_n(r, h->n, s->r1.data());
+  std::copy_n(r + h->n, h->m, s->r2.data());
+  solve_stretched(h, 1);
+  std::copy_n(s->sx.data(), h->n, z);
+  std::copy_n(s->sy.data(), h->m, z + h->n);
 }
 
-// Refines one solution in place.
+// One cycle of the generalised minimal residual method (Saad and Schultz 1986), the factor on the right: the correction
+// d with K d near r, |r| = beta, from at most `limit` steps. Returns the number of steps; wanted is the residual to
+// stop at.
+int32_t gmres(IntpntState* h, const double* r, double beta, double wanted, int32_t limit, double* d) {
+  IntpntKkt* s = h->kkt;
+  const int64_t size = int64_t{h->n} + h->m;
+  const auto v = [s, size](int32_t k) { return s->krylov.data() + k * size; };
+  const auto z = [s, size](int32_t k) { return s->krylov.data() + (max_refine + 1 + k) * size; };
+  double hess[max_refine][max_refine + 1], cosine[max_refine], sine[max_refine], g[max_refine + 1];
+  for (int64_t j = 0; j < size; ++j) v(0)[j] = r[j] / beta;
+  g[0] = beta;
+  int32_t k = 0;
+  while (k < limit && std::fabs(g[k]) > wanted) {
+    precondition(h, v(k), z(k));
+    double* w = v(k + 1);
+    times_k(h, z(k), w);
+    std::fill_n(hess[k], k + 1, 0.0);
+    for (const int32_t pass : {0, 1})
+      for (int32_t i = 0; i <= k; ++i) {
+        const double t = dot(size, w, v(i));
+        hess[k][i] += t;
+        for (int64_t j = 0; j < size; ++j) w[j] -= t * v(i)[j];
+        static_cast<void>(pass);
+      }
+    const double norm = norm2(size, w);
+    for (int32_t i = 0; i < k; ++i) {
+      const double t = hess[k][i];
+      hess[k][i] = cosine[i] * t + sine[i] * hess[k][i + 1];
+      hess[k][i + 1] = cosine[i] * hess[k][i + 1] - sine[i] * t;
+    }
+    const double length = std::hypot(hess[k][k], norm);
+    if (!(length > 0.0) || !std::isfinite(length)) break;
+    cosine[k] = hess[k][k] / length;
+    sine[k] = norm / length;
+    hess[k][k] = length;
+    g[k + 1] = -sine[k] * g[k];
+    g[k] *= cosine[k];
+    ++k;
+    if (!(norm > 0.0)) break;
+    for (int64_t j = 0; j < size; ++j) w[j] /= norm;
+  }
+  for (int32_t i = k; i-- > 0;) {
+    for (int32_t j = i + 1; j < k; ++j) g[i] -= hess[j][i] * g[j];
+    g[i] /= hess[i][i];
+  }
+  std::fill_n(d, size, 0.0);
+  for (int32_t i = 0; i < k; ++i)
+    for (int64_t j = 0; j < size; ++j) d[j] += g[i] * z(i)[j];
+  return k;
+}
+
+// Refines one solution in place until its residual is rounding, or no longer falls.
 void refine(IntpntState* h, const double* r1, const double* r2, double* x, double* y) {
   IntpntKkt* s = h->kkt;
-  const int32_t limit = h->par.maxrefine < 0 ? auto_refine : h->par.maxrefine;
-  if (limit == 0) return;
-  double *o1 = s->res.data(), *o2 = o1 + h->n + h->numcone, *p1 = o2 + h->m + h->numcone, *p2 = p1 + h->n + h->numcone;
-  const double wanted = wanted_residual * std::max(infnorm(r1, h->n), infnorm(r2, h->m));
-  double norm = residual(h, r1, r2, x, y, o1, o2);
-  for (int32_t step = 0; step < limit && norm > wanted; ++step) {
+  int32_t left = h->par.maxrefine < 0 ? auto_refine : h->par.maxrefine;
+  if (left == 0) return;
+  const int64_t size = int64_t{h->n} + h->m;
+  double *now = s->res.data(), *residual = now + size, *next = residual + size, *product = next + size;
+  const auto measure = [&](const double* z, double* out) {
+    times_k(h, z, out);
+    for (int32_t j = 0; j < h->n; ++j) out[j] = r1[j] - out[j];
+    for (int32_t i = 0; i < h->m; ++i) out[h->n + i] = r2[i] - out[h->n + i];
+    return norm2(size, out);
+  };
+  std::copy_n(x, h->n, now);
+  std::copy_n(y, h->m, now + h->n);
+  const double wanted = wanted_residual * std::max(norm2(h->n, r1), norm2(h->m, r2));
+  double beta = measure(now, residual);
+  while (left > 0 && beta > wanted && std::isfinite(beta)) {
+    const int32_t steps = gmres(h, residual, beta, wanted, std::min(left, max_refine), next);
+    if (steps == 0) break;
     if (s->firstrefine < 0) s->firstrefine = h->iter;
-    ++s->numrefine;
-    std::copy_n(o1, h->n, s->r1.data());
-    std::copy_n(o2, h->m, s->r2.data());
-    solve_stretched(h, 1);
-    for (int32_t j = 0; j < h->n; ++j) s->sx[j] += x[j];
-    for (int32_t i = 0; i < h->m; ++i) s->sy[i] += y[i];
-    const double next = residual(h, r1, r2, s->sx.data(), s->sy.data(), p1, p2);
-    if (!(next < norm)) return;
-    std::copy_n(s->sx.data(), h->n, x);
-    std::copy_n(s->sy.data(), h->m, y);
-    if (next > 0.5 * norm) return;
-    norm = next;
-    std::swap(o1, p1);
-    std::swap(o2, p2);
+    s->numrefine += steps;
+    left -= steps;
+    for (int64_t j = 0; j < size; ++j) next[j] += now[j];
+    const double better = measure(next, product);
+    if (!(better < beta)) break;
+    std::swap(now, next);
+    std::swap(residual, product);
+    if (better > 0.1 * beta) break;
+    beta = better;
   }
+  std::copy_n(now, h->n, x);
+  std::copy_n(now + h->n, h->m, y);
 }
 
 }  // namespace
