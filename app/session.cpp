@@ -1,5 +1,7 @@
 #include "session.h"
 
+#include "cbf.h"
+
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -161,6 +163,7 @@ ReadError Session::read_once(const std::string& file) {
 }
 
 ReadError Session::read(const std::string& file, bool try_free) {
+  if (is_cbf(file)) return read_cbf(task, file);
   ReadError first = read_once(file);
   int32_t format = TRV_MPS_FORMAT_FREE;
   TRV_getintparam(task, TRV_IPAR_READ_MPS_FORMAT, &format);
