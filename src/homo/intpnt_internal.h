@@ -36,7 +36,7 @@ struct IntpntMeasures {
   double cgapf, mu, lpval;
   double pfeasf, dfeasf, gfeasf, rpfeasf, rdfeasf;  // the first two in the terms of the given problem
   double pfeasinf, dfeasinf;                        // of certificates: without the terms of tau
-  double pobj, dobj, relgap, nearrelgap;
+  double pobj, dobj, relgap, comprelgap, nearrelgap;
 };
 
 struct IntpntKkt;
@@ -99,8 +99,9 @@ void intpnt_arrowsolve(int32_t k, const double* v, double vv, const double* r, d
 void intpnt_arrowprod(int32_t k, const double* a, const double* b, double* e);
 // v'Jv of v + a d is (vv + a lo)(vv + a hi).
 void intpnt_coneway(int32_t k, const double* v, double vv, const double* d, double* lo, double* hi);
-// The scaling of x and s afresh; false when one of them is not in the interior.
-bool intpnt_conescale(int32_t k, const double* x, const double* s, double* f, double* v, IntpntScale* scale);
+// The scaling of x and s with x'Jx = xqx, s'Js = sqs; false when one of them is not in the interior.
+bool intpnt_conescale(int32_t k, const double* x, const double* s, double xqx, double sqs, double* f, double* v,
+                      IntpntScale* scale);
 
 // H y and the vector of the whole problem; out may not be y. The upper bounds' part E Hup E' is not in it.
 void intpnt_bardtimesh(const IntpntState* h, const double* y, double* out);

@@ -55,9 +55,19 @@ void intpnt_coneway(int32_t k, const double* v, double vv, const double* d, doub
   *hi = rho0 + norm;
 }
 
-bool intpnt_conescale(int32_t k, const double* x, const double* s, double* f, double* v, IntpntScale* scale) {
-  const double nx = std::sqrt(tail_dot(k, x, x)), ns = std::sqrt(tail_dot(k, s, s));
-  const double xqx = (x[0] - nx) * (x[0] + nx), sqs = (s[0] - ns) * (s[0] + ns);
+namespace {
+
+// x'Jx with all its digits: a member of a cone near the boundary loses those in double arithmetic.
+double margin(int32_t k, const double* x) {
+  long double sum = static_cast<long double>(x[0]) * x[0];
+  for (int32_t i = 1; i < k; ++i) sum -= static_cast<long double>(x[i]) * x[i];
+  return static_cast<double>(sum);
+}
+
+}  // namespace
+
+bool intpnt_conescale(int32_t k, const double* x, const double* s, double xqx, double sqs, double* f, double* v,
+                      IntpntScale* scale) {
   if (!(x[0] > 0.0) || !(s[0] > 0.0) || !(xqx > 0.0) || !(sqs > 0.0)) return false;
   const double w = std::pow(sqs / xqx, 0.25), root = std::sqrt(xqx * sqs);
   const double n = std::sqrt(2.0 * (x[0] * s[0] + tail_dot(k, x, s) + root));
@@ -76,7 +86,7 @@ bool intpnt_conescale(int32_t k, const double* x, const double* s, double* f, do
     sum += v[i] * v[i];
   }
   v[0] = std::sqrt(root + sum);
-  return true;
+  return std::isfinite(v[0]) && std::isfinite(f[0]);
 }
 
 void intpnt_bardtimesh(const IntpntState* h, const double* y, double* out) {
@@ -104,7 +114,8 @@ bool intpnt_initscaling(IntpntState* h) {
   scale_pairs(h);
   for (int32_t k = 0; k < h->numcone; ++k) {
     const int32_t beg = h->cnebeg[k], len = h->cnebeg[k + 1] - beg;
-    if (!intpnt_conescale(len, h->point.x + beg, h->point.s + beg, h->f + beg, h->v + beg, &h->cone[k])) return false;
+    const double *x = h->point.x + beg, *s = h->point.s + beg;
+    if (!intpnt_conescale(len, x, s, margin(len, x), margin(len, s), h->f + beg, h->v + beg, &h->cone[k])) return false;
   }
   return true;
 }
@@ -122,40 +133,19 @@ void intpnt_scaledir(IntpntState* h) {
   }
 }
 
-// With xt = v + t dxt, st = v + t dst the new scaling point in the old scaled space is that of xt and st; the old W^-1
-// applied to its (unreflected) vector gives the new f.
+// The scaling is made anew from x and s: carried from step to step by products it would drift away from them. Only
+// x'Jx and s'Jx are carried too, and taken where rounding has eaten the ones of the stored vectors.
 bool intpnt_updatescaling(IntpntState* h, double step) {
+  constexpr double lost = 1e-14;  // share of the head's square
   scale_pairs(h);
   for (int32_t k = 0; k < h->numcone; ++k) {
     IntpntScale* c = &h->cone[k];
     const int32_t beg = h->cnebeg[k], len = h->cnebeg[k + 1] - beg;
-    double *f = h->f + beg, *v = h->v + beg, *xt = h->dxt + beg, *st = h->dst + beg;
-    const double xqt = (c->vv + step * c->xlo) * (c->vv + step * c->xhi);
-    const double sqt = (c->vv + step * c->slo) * (c->vv + step * c->shi);
-    if (!(xqt > 0.0) || !(sqt > 0.0)) return false;
-    const double root = std::sqrt(xqt * sqt), w = std::pow(sqt / xqt, 0.25);
-    for (int32_t i = 0; i < len; ++i) {
-      xt[i] = v[i] + step * xt[i];
-      st[i] = v[i] + step * st[i];
-    }
-    const double n = std::sqrt(2.0 * (xt[0] * st[0] + tail_dot(len, xt, st) + root));
-    for (int32_t i = 1; i < len; ++i) xt[i] = (w * xt[i] - st[i] / w) / n;
-    xt[0] = std::sqrt(1.0 + tail_dot(len, xt, xt));
-    intpnt_timeswinv(len, f, xt, f);
-    f[0] = std::sqrt(1.0 + tail_dot(len, f, f));
-    c->th *= std::sqrt(sqt / xqt);
-    c->vv = std::sqrt(root);
-    // v as the mean of its two forms, with the head that the carried v'Jv asks for.
-    const double scale = std::sqrt(c->th);
-    intpnt_timesw(len, f, h->point.x + beg, v);
-    intpnt_timeswinv(len, f, h->point.s + beg, st);
-    double sum = 0.0;
-    for (int32_t i = 1; i < len; ++i) {
-      v[i] = 0.5 * (v[i] * scale + st[i] / scale);
-      sum += v[i] * v[i];
-    }
-    v[0] = std::sqrt(root + sum);
-    if (!std::isfinite(v[0]) || !std::isfinite(f[0])) return false;
+    const double *x = h->point.x + beg, *s = h->point.s + beg;
+    double xqx = margin(len, x), sqs = margin(len, s);
+    if (xqx < lost * x[0] * x[0]) xqx = (c->vv + step * c->xlo) * (c->vv + step * c->xhi) / c->th;
+    if (sqs < lost * s[0] * s[0]) sqs = (c->vv + step * c->slo) * (c->vv + step * c->shi) * c->th;
+    if (!intpnt_conescale(len, x, s, xqx, sqs, h->f + beg, h->v + beg, c)) return false;
   }
   return true;
 }

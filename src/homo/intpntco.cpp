@@ -77,7 +77,9 @@ void intpnt_inititer(IntpntState* h) {
   mea->dobj = (by + h->prob->cfix) * h->par.objscale;
   const double gap = std::fabs(cx - by), denominator = 1.0 + std::fabs(by + h->prob->cfix);
   mea->relgap = gap / denominator;
-  mea->nearrelgap = std::min(unit * mea->cgapf / (p.tau * p.tau), gap) / denominator;
+  const double complementarity = unit * mea->cgapf / (p.tau * p.tau);
+  mea->comprelgap = complementarity / denominator;
+  mea->nearrelgap = std::min(complementarity, gap) / denominator;
 }
 
 namespace {
@@ -101,18 +103,19 @@ void copy_vec(const IntpntState* h, const IntpntVec& from, IntpntVec* to) {
   to->kappa = from.kappa;
 }
 
-bool feasible(const IntpntState* h, double f) {
-  const IntpntMeasures& mea = h->mea;
-  return mea.pfeasf <= (1.0 + 1.0 / h->fp) * f * h->par.tolp * h->point.tau &&
-         mea.dfeasf <= (1.0 + 1.0 / h->fd) * f * h->par.told * h->point.tau;
+// The violations that count as none. At first relative to the right-hand sides alone: with the elements of the rows in
+// it, as in a run that can't go on, a problem of many columns would end far from its optimum.
+double primal_tolerance(const IntpntState* h, bool strict) {
+  return (1.0 + (strict ? h->nrmb : 1.0 / h->fp)) * h->par.tolp * h->point.tau;
+}
+double dual_tolerance(const IntpntState* h, bool strict) {
+  return (1.0 + (strict ? h->nrmc : 1.0 / h->fd)) * h->par.told * h->point.tau;
 }
 
 // How far the point is from optimality: at most 1 there.
 double merit(const IntpntState* h) {
-  const IntpntMeasures& mea = h->mea;
-  const double tau = h->point.tau;
-  return std::max({mea.pfeasf / ((1.0 + 1.0 / h->fp) * h->par.tolp * tau),
-                   mea.dfeasf / ((1.0 + 1.0 / h->fd) * h->par.told * tau), mea.relgap / h->par.tolgap});
+  return std::max({h->mea.pfeasf / primal_tolerance(h, true), h->mea.dfeasf / dual_tolerance(h, true),
+                   std::max(h->mea.relgap, h->mea.comprelgap) / h->par.tolgap});
 }
 
 // The primal one wins when it is relatively better.
@@ -133,8 +136,12 @@ bool certificate(IntpntState* h, double f) {
   return true;
 }
 
-bool terminated(IntpntState* h, double f) {
-  if (feasible(h, f) && (f <= 1.0 ? h->mea.relgap : h->mea.nearrelgap) <= f * h->par.tolgap) {
+// An optimum asks for the complementarity gap as well: residuals that are small one by one can make the objectives
+// agree far from the optimum when there are many of them.
+bool terminated(IntpntState* h, double f, bool strict) {
+  const double gap = f <= 1.0 ? std::max(h->mea.relgap, h->mea.comprelgap) : h->mea.nearrelgap;
+  if (h->mea.pfeasf <= f * primal_tolerance(h, strict) && h->mea.dfeasf <= f * dual_tolerance(h, strict) &&
+      gap <= f * h->par.tolgap) {
     h->prosta = INTPNT_PRO_FEASIBLE;
     h->solsta = f > 1.0 ? INTPNT_SOL_NEAROPTIMAL : INTPNT_SOL_OPTIMAL;
     return true;
@@ -149,7 +156,7 @@ void stalled(IntpntState* h, const Course& course) {
                course.expgap, h->mea.relgap);
   h->resp = HOM_RESP_STALL;
   h->prosta = h->solsta = 0;
-  if (terminated(h, 1.0)) {
+  if (terminated(h, 1.0, false)) {
     h->resp = HOM_RESP_OK;
     return;
   }
@@ -159,10 +166,10 @@ void stalled(IntpntState* h, const Course& course) {
     copy_vec(h, h->best, &h->point);
     intpnt_inititer(h);
   }
-  if (terminated(h, 1.0))
+  if (terminated(h, 1.0, false))
     h->resp = HOM_RESP_OK;
   else
-    terminated(h, h->par.tolnear);
+    terminated(h, h->par.tolnear, false);
 }
 
 int32_t report(IntpntState* h) {
@@ -254,7 +261,7 @@ void intpnt_coneopt(IntpntState* h) {
     if (!finite(h) || !scaled || !progressing(h, course)) return stalled(h, course);
     course.minp = std::min(course.minp, h->mea.pfeasf);
     course.mind = std::min(course.mind, h->mea.dfeasf);
-    if (terminated(h, course.gapfail ? 0.01 : 1.0)) return;
+    if (terminated(h, course.gapfail ? 0.01 : 1.0, true)) return;
     if (h->iter >= h->par.maxiter) {
       h->resp = HOM_RESP_MAXITER;
       return;

@@ -21,7 +21,7 @@ namespace {
 constexpr double root_half = 0.7071067811865476;
 // Regularisation of the columns and rows, taken back by the refinement: an elimination in any order is stable as long
 // as the pivots of both signs keep away from 0.
-constexpr double column_diagonal = 1e-9, row_diagonal = 1e-8;
+constexpr double column_diagonal = 1e-8, row_diagonal = 1e-8;
 constexpr int32_t max_refine = 6;    // steps of a cycle of the refinement
 constexpr int32_t auto_refine = 12;  // steps where their number is left open
 constexpr double wanted_residual = 1e-14;

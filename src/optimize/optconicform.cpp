@@ -120,9 +120,8 @@ int32_t conic_setup(sysenv* env, const ConicInput& input, bool reduced, ConicFor
     if (bk == PRSLV_BK_LO || bk == PRSLV_BK_UP) ++nlower;
     if (bk == PRSLV_BK_RA) ++nboxed;
   });
-  const bool freecone = nfree > 0;
   if (nlower + nboxed + nfree + nmember == 0) nlower = 1;  // a column without cost and elements
-  const int64_t n = nlower + nboxed + nfree + nmember + (freecone ? 1 : 0), rows = m + copyrows;
+  const int64_t n = nlower + nboxed + nfree + nmember, rows = m + copyrows;
   if (n > INT32_MAX || rows > INT32_MAX) return HOM_RESP_SPACE;
 
   IntpntProblem* q = &f->prob;
@@ -130,8 +129,8 @@ int32_t conic_setup(sysenv* env, const ConicInput& input, bool reduced, ConicFor
   q->n = static_cast<int32_t>(n);
   q->nu = static_cast<int32_t>(nboxed);
   q->nb = static_cast<int32_t>(nlower + nboxed);
-  q->nf = 0;
-  q->numcone = static_cast<int32_t>(numcone) + (freecone ? 1 : 0);
+  q->nf = static_cast<int32_t>(nfree);
+  q->numcone = static_cast<int32_t>(numcone);
   int64_t nz = n + 2 * copyrows;
   for (int32_t j = 0; j < p.numvar; ++j) nz += p.ptre[j] - p.ptrb[j];
   const auto cn = static_cast<std::size_t>(n), cm = static_cast<std::size_t>(rows),
@@ -146,16 +145,12 @@ int32_t conic_setup(sysenv* env, const ConicInput& input, bool reduced, ConicFor
   if (f->a == nullptr || !spmat_alloc(f->a, static_cast<int32_t>(nz))) return HOM_RESP_SPACE;
 
   // Places of the columns.
-  int32_t lower = 0, boxed = static_cast<int32_t>(nlower), member = q->nb;
+  int32_t lower = 0, boxed = static_cast<int32_t>(nlower), free = q->nb, member = q->nb + q->nf;
   int32_t cones = 0;
-  if (freecone) {
-    f->conetype[0] = INTPNT_QUAD;
-    f->cnebeg[cones++] = member++;  // its head
-  }
   const auto place = [&](bool isboxed) { return isboxed ? boxed++ : lower++; };
   for (int32_t j = 0; j < p.numvar; ++j) {
     if (f->cone[j] >= 0 || is_fixed(*f, j)) continue;
-    f->column[j] = is_free(*f, j) ? member++ : place(is_boxed(*f, j));
+    f->column[j] = is_free(*f, j) ? free++ : place(is_boxed(*f, j));
   }
   for (int32_t i = 0; i < p.numcon; ++i) {
     const int32_t bk = p.bkc[i];
