@@ -13,7 +13,7 @@ namespace tarvo {
 
 namespace {
 
-constexpr int32_t scaling_passes = 4;
+constexpr int32_t scaling_passes = 2;  // more help no more on published problems
 
 struct Owner : IntpntState {
   Workspace memory;
@@ -118,14 +118,6 @@ void scale_problem(IntpntState* h) {
     c[0] = 0.7071067811865476 * (c0 + c1);
     c[1] = 0.7071067811865476 * (c0 - c1);
   }
-  h->cscale = h->bscale = 1.0;
-  if (!h->par.scaling) return;
-  const auto size = [](double norm) { return std::exp2(std::round(std::log2(std::clamp(norm, 1.0, 1e10)))); };
-  h->cscale = 1.0 / size(largest(h->n, h->c));
-  h->bscale = size(std::max(largest(h->m, h->b), largest(h->nu, h->u)));
-  for (int32_t j = 0; j < h->n; ++j) h->c[j] *= h->cscale;
-  for (int32_t i = 0; i < h->m; ++i) h->b[i] /= h->bscale;
-  for (int32_t i = 0; i < h->nu; ++i) h->u[i] /= h->bscale;
 }
 
 int32_t on_factor(void* handle, int32_t code, double) {
@@ -207,11 +199,11 @@ void intpnt_invscale(IntpntState* h, IntpntSolution* sol) {
     }
   }
   for (int32_t j = 0; j < h->n; ++j) {
-    sol->x[j] = p.x[j] * (fx * h->bscale * h->colscale[j]);
-    sol->s[j] = p.s[j] * (fy / (h->cscale * h->colscale[j]));
+    sol->x[j] = p.x[j] * (fx * h->colscale[j]);
+    sol->s[j] = p.s[j] * (fy / h->colscale[j]);
   }
-  for (int32_t i = 0; i < h->m; ++i) sol->y[i] = p.y[i] * (fy * h->rowscale[i] / h->cscale);
-  for (int32_t i = 0; i < h->nu; ++i) sol->yup[i] = p.yup[i] * (fy / (h->cscale * h->colscale[h->nb - h->nu + i]));
+  for (int32_t i = 0; i < h->m; ++i) sol->y[i] = p.y[i] * (fy * h->rowscale[i]);
+  for (int32_t i = 0; i < h->nu; ++i) sol->yup[i] = p.yup[i] * (fy / h->colscale[h->nb - h->nu + i]);
 }
 
 }  // namespace

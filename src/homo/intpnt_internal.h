@@ -10,7 +10,7 @@
 //   W = ( f_0   -f_r'                   )      W^-1 = J W J,    H = th W^2,    H x = s,
 //       ( -f_r  I + f_r f_r'/(1 + f_0)  )      v = sqrt(th) W x = W^-1 s / sqrt(th)
 //
-// W is carried from step to step by products, and not computed afresh from x and s.
+// W is made anew from x and s after every step; x'Jx and s'Jx are also carried from step to step.
 #pragma once
 
 #include "homo/intpnt.h"
@@ -33,9 +33,9 @@ struct IntpntScale {
 
 struct IntpntMeasures {
   double cx, by;  // by with u'yup
-  double cgapf, mu, lpval;
-  double pfeasf, dfeasf, gfeasf, rpfeasf, rdfeasf;  // the first two in the terms of the given problem
-  double pfeasinf, dfeasinf;                        // of certificates: without the terms of tau
+  double cgapf, mu;
+  double pfeasf, dfeasf, rpfeasf, rdfeasf;  // the first two in the terms of the given problem
+  double pfeasinf, dfeasinf;                // of certificates: without the terms of tau
   double pobj, dobj, relgap, comprelgap, nearrelgap;
 };
 
@@ -47,13 +47,12 @@ struct IntpntState {
   HomEvents events;
   const IntpntProblem* prob;
 
-  // The scaled problem: a with rows times rowscale and columns times colscale, c times cscale, b and u over bscale;
-  // x = bscale colscale x~, y = rowscale y~ / cscale, s = s~ / (cscale colscale). A cone has one column scale.
+  // The scaled problem: a with rows times rowscale and columns times colscale, and c, b, u likewise; x = colscale x~,
+  // y = rowscale y~, s = s~ / colscale. A cone has one column scale.
   int32_t m, n, nb, nu, nf, numcone, l0;  // l0 = nb + nf: the first member of a cone
   const int32_t *cnebeg, *conetype;
   double *c, *b, *u;
   double *rowscale, *colscale;
-  double cscale, bscale;
   double nrmc, nrmb, fp, fd;  // of the given problem
   IntpntKkt* kkt;
 

@@ -29,7 +29,7 @@ void intpnt_inititer(IntpntState* h) {
   *mea = {};
   intpnt_timesa(h, p.x, h->wm1);
   for (int32_t i = 0; i < h->m; ++i) {
-    const double unit = h->bscale / h->rowscale[i];
+    const double unit = 1.0 / h->rowscale[i];
     h->rp[i] = h->b[i] * p.tau - h->wm1[i];
     mea->pfeasf = std::max(mea->pfeasf, unit * std::fabs(h->rp[i]));
     mea->pfeasinf = std::max(mea->pfeasinf, unit * std::fabs(h->wm1[i]));
@@ -37,7 +37,7 @@ void intpnt_inititer(IntpntState* h) {
   }
   intpnt_timesat(h, p.y, h->wn1);
   for (int32_t i = 0; i < h->nu; ++i) {
-    const double unit = h->bscale * h->colscale[first + i], dualunit = 1.0 / (h->cscale * h->colscale[first + i]);
+    const double unit = h->colscale[first + i], dualunit = 1.0 / h->colscale[first + i];
     const double sum = p.x[first + i] + p.xup[i];
     h->ru[i] = h->u[i] * p.tau - sum;
     h->rs[i] = -(p.yup[i] + p.sup[i]);
@@ -50,7 +50,7 @@ void intpnt_inititer(IntpntState* h) {
     mea->dfeasinf = std::max(mea->dfeasinf, dualunit * std::fabs(h->rs[i]));
   }
   for (int32_t j = 0; j < h->n; ++j) {
-    const double dualunit = 1.0 / (h->cscale * h->colscale[j]);
+    const double dualunit = 1.0 / h->colscale[j];
     const double sum = h->wn1[j] + p.s[j];
     h->rd[j] = h->c[j] * p.tau - sum;
     mea->cx += h->c[j] * p.x[j];
@@ -61,15 +61,6 @@ void intpnt_inititer(IntpntState* h) {
   h->rg = mea->by - mea->cx - p.kappa;
   mea->cgapf += p.tau * p.kappa;
   mea->mu = mea->cgapf / h->n_c;
-  mea->lpval = p.tau * p.kappa;
-  for (int32_t j = 0; j < h->nb; ++j) mea->lpval = std::min(mea->lpval, p.x[j] * p.s[j]);
-  mea->lpval /= mea->mu;
-
-  // From here on in the terms of the given problem.
-  const double unit = h->bscale / h->cscale;
-  mea->cx *= unit;
-  mea->by *= unit;
-  mea->gfeasf = unit * std::fabs(h->rg);
   mea->rpfeasf = h->fp * mea->pfeasf;
   mea->rdfeasf = h->fd * mea->dfeasf;
   const double cx = mea->cx / p.tau, by = mea->by / p.tau;
@@ -77,7 +68,7 @@ void intpnt_inititer(IntpntState* h) {
   mea->dobj = (by + h->prob->cfix) * h->par.objscale;
   const double gap = std::fabs(cx - by), denominator = 1.0 + std::fabs(by + h->prob->cfix);
   mea->relgap = gap / denominator;
-  const double complementarity = unit * mea->cgapf / (p.tau * p.tau);
+  const double complementarity = mea->cgapf / (p.tau * p.tau);
   mea->comprelgap = complementarity / denominator;
   mea->nearrelgap = std::min(complementarity, gap) / denominator;
 }
@@ -139,7 +130,8 @@ bool certificate(IntpntState* h, double f) {
 // An optimum asks for the complementarity gap as well: residuals that are small one by one can make the objectives
 // agree far from the optimum when there are many of them.
 bool terminated(IntpntState* h, double f, bool strict) {
-  const double gap = f <= 1.0 ? std::max(h->mea.relgap, h->mea.comprelgap) : h->mea.nearrelgap;
+  constexpr double share = 0.01;  // of the complementarity gap, in a run that can't go on
+  const double gap = f > 1.0 ? h->mea.nearrelgap : std::max(h->mea.relgap, (strict ? 1.0 : share) * h->mea.comprelgap);
   if (h->mea.pfeasf <= f * primal_tolerance(h, strict) && h->mea.dfeasf <= f * dual_tolerance(h, strict) &&
       gap <= f * h->par.tolgap) {
     h->prosta = INTPNT_PRO_FEASIBLE;
