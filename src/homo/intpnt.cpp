@@ -8,6 +8,7 @@
 #include <new>
 
 #include "homo/intpnt_internal.h"
+#include "kfac/kopenmp.h"
 
 namespace tarvo {
 
@@ -218,6 +219,7 @@ void intpnt_optcone(sysenv* env, const IntpntParams& params, const IntpntProblem
   if (h == nullptr) return;
   for (int32_t k = 0; k < h->numcone; ++k)
     sysenv_assert(env, h->cnebeg[k + 1] - h->cnebeg[k] >= (h->conetype[k] == INTPNT_RQUAD ? 3 : 2));
+  const int32_t threads = mpc_setnthreads(params.numthreads);
   int32_t resp = HOM_RESP_OK;
   h->kkt = symles_make(h, &resp);
   if (h->resp == HOM_RESP_OK) h->resp = resp;
@@ -227,6 +229,7 @@ void intpnt_optcone(sysenv* env, const IntpntParams& params, const IntpntProblem
   } else if (h->resp != HOM_RESP_SPACE) {
     intpnt_inititer(h);
   }
+  mpc_setnthreads(threads);
   sol->resp = h->resp;
   sol->prosta = h->prosta;
   sol->solsta = h->solsta;
