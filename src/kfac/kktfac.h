@@ -26,7 +26,7 @@ struct KktOptions {
   int32_t offcol = 40;  // dense columns are looked for above this length; 0: none is dense
   int32_t debuglvl = 0;
   int32_t fixedmode = 0;    // request of a panel mode: 0 leaves it open
-  double pivotfix = 1e-12;  // added to the diagonal (type 2: with the sign of the node)
+  double pivotfix = 1e-12;  // type 2: added to the diagonal with the sign of the node, at least; refined away
   double mergeratio = 1.0;
   int32_t maxrefine = -1;  // steps of iterative refinement of a solve; negative: where the residual asks for it
   int32_t l1kb = 32, l2kb = 1024;
@@ -56,8 +56,8 @@ struct KktFac;
 KktFac* kktfac_make(sysenv* env, int32_t m, int32_t n, const KktOptions& options);
 void kktfac_delete(KktFac** fac);
 
-// The symbolic phase. a: n columns of length m; at: its rows, or NULL (one is made). Both are borrowed for the life of
-// the object: values may change between factorisations, the pattern may not. Q has the lower triangle qi[k] >= qj[k],
+// The symbolic phase. a: n columns of length m; at: its rows, or NULL (one is made). Both are borrowed, a for the
+// life of the object, at for the call, and may not change. Q has the lower triangle qi[k] >= qj[k],
 // k < nq, no position twice. KKT_OK, KKT_SPACE, KKT_BADINDEX, KKT_CANCELLED.
 int32_t kktfac_autosetup(KktFac* fac, const spmat* a, const spmat* at, int32_t nq, const int32_t* qi,
                          const int32_t* qj);
