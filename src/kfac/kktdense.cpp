@@ -9,19 +9,23 @@ namespace tarvo {
 
 namespace {
 
-constexpr int32_t most_dense = 1000;    // columns
+constexpr int32_t few_dense = 32;  // columns, or a share of the rows if that is more
+constexpr double most_share = 1.0 / 16.0;
 constexpr double most_store = 5e7;      // doubles of X
 constexpr int32_t most_uncovered = 16;  // rows that only dense columns have
-constexpr int32_t most_shifts = 48;
+constexpr int32_t most_shifts = 64;
 constexpr double cheap = 3e6;          // multiplications: not worth a second order
 constexpr double large_product = 5e7;  // multiplications of A A' that aren't done in vain
-constexpr double solves = 12.0;        // per factorisation, about
+constexpr double solves = 100.0;  // per factorisation, weighed by how slow their multiplications are beside its own
 // Columns are candidates when they are so many times longer than the mean; the fewest first.
 constexpr double tiers[] = {100.0, 30.0, 10.0, 3.0};
 // A pivot below this share of its diagonal is shifted. At 1e-8 what it loses and what S loses balance; when shifts
 // become too many, fewer are made.
-constexpr double shiftbelow[] = {1e-8, 1e-11, 1e-14};
-constexpr int32_t last_level = 2;
+constexpr double shiftbelow[] = {1e-8, 1e-10, 1e-12, 1e-13};
+constexpr int32_t last_level = 3;
+// Pivots of S below this are rounding: those of the dense columns are 1 at least, one of a shift is then best not
+// undone.
+constexpr double schur_noise = 1e-11;
 
 int32_t length_of(const spmat* a, int32_t j) { return a->ptre[j] - a->ptrb[j]; }
 
@@ -107,7 +111,7 @@ bool reinstate(KktFac* f, const spmat* at, const Choice& choice) {
 // Whether the present candidates can win against `cost`.
 bool promising(const KktFac* f, double cost) {
   const double k = f->dense.count, m = f->m;
-  return k > 0 && f->dense.count <= most_dense && 2.0 * k < m && k * m < most_store &&
+  return k > 0 && (k <= few_dense || k <= most_share * m) && 2.0 * k < m && k * m < most_store &&
          k * k * m + solves * 4.0 * k * m + kktfac_adawork(f) < cost;
 }
 
@@ -147,7 +151,7 @@ int32_t kktfac_adaorder(KktFac* f, const spmat* at) {
     if (const int32_t result = order_now(f, at); result != KKT_OK) return result;
     choice.current = false;
     // The factor of the sparse part alone is the less exact one: it has to pay.
-    if (cost_now(f) < 0.6 * choice.cost) choice.keep(f);
+    if (cost_now(f) < 0.5 * choice.cost) choice.keep(f);
   }
   return choice.current || reinstate(f, at, choice) ? KKT_OK : KKT_SPACE;
 }
@@ -156,7 +160,7 @@ bool kktfac_denseplan(KktFac* f) {
   KktDense& dense = f->dense;
   if (dense.count == 0) return true;
   const auto m = static_cast<std::size_t>(f->m);
-  dense.maxshift = std::min({dense.count + 4, most_shifts, f->m});
+  dense.maxshift = std::min({2 * dense.count + 16, most_shifts, f->m});
   const int32_t most = dense.count + dense.maxshift;
   dense.ldx = dense_leading(most);
   const auto ld = static_cast<std::size_t>(dense.ldx);
@@ -312,8 +316,9 @@ void kktfac_densefactor(KktFac* f) {
     }
     chdblas3_oa(k, k, many, dense.rows.data(), dense.mult.data(), schur, ld, kernel);
   }
-  for (int32_t q = 0; q < dense.count; ++q) dense.ref[q] = schur[q * (ld + 1)];
-  densefac(schur_of(&dense), PivotRule{}, false, kernel);
+  PivotRule rule;
+  rule.shiftbelow = schur_noise;
+  densefac(schur_of(&dense), rule, false, kernel);
 }
 
 void kktfac_densecorrect(KktFac* f, double* y) {

@@ -12,7 +12,6 @@ namespace tarvo {
 namespace {
 
 constexpr int32_t code_start = 0, code_end = 5;
-constexpr double sqd_shift = 1e-8;
 
 int32_t tell(const KktFac* f, int32_t code, double value) {
   return f->options.hook.func != nullptr ? f->options.hook.func(f->options.hook.handle, code, value) : 0;
@@ -119,9 +118,7 @@ int32_t kktfac_autosetup(KktFac* f, const spmat* a, const spmat* at, int32_t nq,
   f->dim = normal ? f->m : f->m + f->n;
   if (tell(f, code_start, 0.0) != 0) return KKT_CANCELLED;
   SymOptions options;
-  // The pivot rule takes dependent rows out of the normal equations by itself, at any scale. The whole system needs its
-  // diagonal: a constraint that is eliminated before its variables divides by it.
-  options.diagshift = normal ? 0.0 : std::max(f->options.pivotfix, sqd_shift);
+  options.diagshift = f->options.pivotfix;
   options.mergeratio = f->options.mergeratio;
   options.l1kb = f->options.l1kb;
   options.l2kb = f->options.l2kb;

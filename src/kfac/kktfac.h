@@ -26,7 +26,7 @@ struct KktOptions {
   int32_t offcol = 40;  // dense columns are looked for above this length; 0: none is dense
   int32_t debuglvl = 0;
   int32_t fixedmode = 0;    // request of a panel mode: 0 leaves it open
-  double pivotfix = 1e-12;  // type 2: added to the diagonal with the sign of the node, at least; refined away
+  double pivotfix = 1e-12;  // added to the diagonal (type 2: with the sign of the node); refinement makes up for it
   double mergeratio = 1.0;
   int32_t maxrefine = -1;  // steps of iterative refinement of a solve; negative: where the residual asks for it
   int32_t l1kb = 32, l2kb = 1024;

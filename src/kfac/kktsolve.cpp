@@ -9,7 +9,9 @@ namespace tarvo {
 
 namespace {
 
-constexpr double enough = 1e-10;  // of the residual, relative to the right-hand side
+// Of the residual, relative to the right-hand side. Late in a run the right-hand side of the normal equations is large
+// beside the primal residual that the solution has to take away: only a solve to rounding does that.
+constexpr double enough_normal = 1e-13, enough_whole = 1e-10;
 
 // Solves with the factor alone; x has nodes' numbering and is overwritten.
 void plain_solve(KktFac* f, int32_t nrhs, double* x) {
@@ -81,7 +83,7 @@ struct Progress {
 
 int32_t most_steps(const KktFac* f) {
   if (f->options.maxrefine >= 0) return f->options.maxrefine;
-  return f->dense.count > 0 ? 20 : 5;
+  return f->type == KKT_SQD ? 5 : f->dense.count > 0 ? 20 : 15;
 }
 
 void refine_normal(KktFac* f, const double* rhs, double* x) {
@@ -89,11 +91,16 @@ void refine_normal(KktFac* f, const double* rhs, double* x) {
   if (most == 0) return;
   double *r = f->residual.data(), *p = f->direction.data(), *q = f->product.data(), *best = f->best.data();
   double* z = r + m;
-  const double target = enough * norm(rhs, m);
+  const double target = enough_normal * norm(rhs, m);
   normal_product(f, x, q);
   for (int32_t i = 0; i < m; ++i) r[i] = rhs[i] - q[i];
   Progress progress;
   double now = norm(r, m), rz = 0.0;
+  if (!(now <= norm(rhs, m))) {  // a factor that is no use: from zero
+    std::fill_n(x, m, 0.0);
+    std::copy_n(rhs, m, r);
+    now = norm(rhs, m);
+  }
   for (int32_t step = 0; step < most && now > target && progress.goes_on(now); ++step) {
     if (now < progress.best) {
       progress.best = now;
@@ -125,7 +132,7 @@ void refine_normal(KktFac* f, const double* rhs, double* x) {
 void refine_whole(KktFac* f, const double* rhs, double* x) {
   const int32_t dim = f->dim, most = most_steps(f);
   double *r = f->residual.data(), *best = f->best.data();
-  const double target = enough * norm(rhs, dim);
+  const double target = enough_whole * norm(rhs, dim);
   Progress progress;
   double now = 0.0;
   for (int32_t step = 0; most > 0; ++step) {
