@@ -119,6 +119,8 @@ int32_t kktfac_autosetup(KktFac* f, const spmat* a, const spmat* at, int32_t nq,
   if (tell(f, code_start, 0.0) != 0) return KKT_CANCELLED;
   SymOptions options;
   options.diagshift = f->options.pivotfix;
+  // A row taken out of the whole system would keep its residual; a pivot of moderate size is refined away.
+  if (!normal) options.floor = 1e-8;
   options.mergeratio = f->options.mergeratio;
   options.l1kb = f->options.l1kb;
   options.l2kb = f->options.l2kb;
