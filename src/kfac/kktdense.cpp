@@ -140,7 +140,7 @@ int32_t kktfac_adaorder(KktFac* f, const spmat* at) {
     if (const int32_t result = order_now(f, at); result != KKT_OK) return result;
     choice.keep(f);
     if (!counted && whole <= 10.0 * least) return KKT_OK;
-    if (counted && choice.cost < cheap) return KKT_OK;
+    if (counted && choice.order.work + whole < cheap) return KKT_OK;
     if (!counted) choice.cost = INFINITY;
   }
   int32_t tried = 0;
