@@ -31,7 +31,7 @@ struct Vec {
 
 #include "kfac/parblas_tiles.h"
 
-constexpr DenseKernels table = {"avx2", NRMAX, update, eliminate, solve, apply, dots};
+constexpr DenseKernels table = {"avx2", NRMAX, update, eliminate, solve, apply, scatter, dots};
 
 }  // namespace
 

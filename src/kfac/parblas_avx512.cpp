@@ -29,7 +29,7 @@ struct Vec {
 
 #include "kfac/parblas_tiles.h"
 
-constexpr DenseKernels table = {"avx512", NRMAX, update, eliminate, solve, apply, dots};
+constexpr DenseKernels table = {"avx512", NRMAX, update, eliminate, solve, apply, scatter, dots};
 
 }  // namespace
 

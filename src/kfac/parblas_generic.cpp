@@ -48,7 +48,7 @@ struct Vec {
 
 #include "kfac/parblas_tiles.h"
 
-constexpr DenseKernels table = {"generic", NRMAX, update, eliminate, solve, apply, dots};
+constexpr DenseKernels table = {"generic", NRMAX, update, eliminate, solve, apply, scatter, dots};
 
 }  // namespace
 

@@ -46,6 +46,10 @@ struct DenseKernels {
   // t[i] (and t[ldt + i] with nrhs 2) = chain over k < depth of fma(-x[k], a[k * lda + i], .), depth <= APPLY_DEPTH.
   void (*apply)(int32_t m, int32_t depth, const double* a, int64_t lda, int32_t nrhs, const double* x, int64_t ldx,
                 double* t, int64_t ldt);
+  // to[cols[j] * ldt + rows[i]] += from[j * ldf + i], 0 <= i < m, 0 <= j < n, wherever j <= i + below; elements with
+  // j > i + below may become anything. rows is ascending.
+  void (*scatter)(int32_t m, int32_t n, int32_t below, const double* from, int64_t ldf, const int32_t* rows,
+                  const int32_t* cols, double* to, int64_t ldt);
   // out[r * 4 + j] += a_j'y_r for nb <= 4 columns of m rows: eight partial sums each, then pairwise.
   void (*dots)(int32_t nb, int32_t m, const double* a, int64_t lda, int32_t nrhs, const double* y, int64_t ldy,
                double* out);

@@ -313,6 +313,38 @@ void apply(int32_t m, int32_t depth, const double* a, int64_t lda, int32_t nrhs,
   strip(m, nrhs, depth, Strided{a, lda}, work, t, ldt);
 }
 
+// Rows in runs of adjacent ones, found once for some columns, where these runs are long enough.
+void scatter(int32_t m, int32_t n, int32_t below, const double* from, int64_t ldf, const int32_t* rows,
+             const int32_t* cols, double* to, int64_t ldt) {
+  int32_t runs = 1;
+  for (int32_t i = 1; i < m; ++i) runs += rows[i] != rows[i - 1] + 1;
+  if (runs > m / 4) {
+    for (int32_t j = 0; j < n; ++j) {
+      const double* f = from + j * ldf;
+      double* t = to + cols[j] * ldt;
+      for (int32_t i = most(0, j - below); i < m; ++i) t[rows[i]] += f[i];
+    }
+    return;
+  }
+  for (int32_t j0 = 0; j0 < n; j0 += 8) {
+    const int32_t nb = least(8, n - j0);
+    for (int32_t i = most(0, j0 - below), end; i < m; i = end) {
+      for (end = i + 1; end < m && rows[end] == rows[end - 1] + 1;) ++end;
+      const int32_t whole = (end - i) / W * W, rest = end - i - whole;
+      const Mask mask = Vec::mask(rest);
+      for (int32_t j = j0; j < j0 + nb; ++j) {
+        const double* f = from + j * ldf + i;
+        double* t = to + cols[j] * ldt + rows[i];
+        for (int32_t v = 0; v < whole; v += W) Vec::store(t + v, Vec::add(Vec::load(t + v), Vec::load(f + v)));
+        if (rest == 1)
+          t[whole] += f[whole];
+        else if (rest > 1)
+          Vec::store(t + whole, Vec::add(Vec::load(t + whole, mask), Vec::load(f + whole, mask)), mask);
+      }
+    }
+  }
+}
+
 // Eight partial sums a product whatever the width of a register. Products and sums are rounded one by one: this is
 // bound by memory, and processors without a fused operation would be slow at it.
 constexpr int32_t LANES = 8 / W;

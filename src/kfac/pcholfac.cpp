@@ -104,11 +104,8 @@ void apply_group(const Numeric& run, const Group& group, int32_t from, int32_t t
       if (skip < m) std::fill(work.buffer + (j - col) * stride + skip, work.buffer + (j - col) * stride + m, 0.0);
     }
     subtract(row, to, col, std::min(end - col, to - col), work.buffer, stride);
-    for (int32_t j = col; j < end; ++j) {
-      const double* column = work.buffer + (j - col) * stride - row;
-      double* into = target + local[j] * ld;
-      for (int32_t i = std::max(row, j); i < to; ++i) into[local[i]] += column[i];
-    }
+    run.kernels->scatter(m, std::min(end - col, to - col), row - col, work.buffer, stride, local + row, local + col,
+                         target, ld);
   }
 }
 

@@ -157,6 +157,37 @@ TEST(DenseKernels, PublicUpdatesFollowTheirDefinition) {
   EXPECT_EQ(one[0], all[0]);
 }
 
+TEST(DenseKernels, ScatterAddsBelowTheDiagonalOnly) {
+  Random random;
+  for (int32_t m = 1; m <= 60; ++m) {
+    const int32_t n = 1 + random.upto(m - 1), below = random.upto(9), gaps = m % 3 == 0 ? 1 : 9;
+    std::vector<int32_t> rows, cols;
+    int32_t row = 0, last = 0;
+    for (int32_t i = 0; i < m; ++i) rows.push_back(row += random.upto(gaps) == 0 ? 3 : 1);
+    for (int32_t j = 0; j < n; ++j) cols.push_back(last += 1 + random.upto(1));
+    const int64_t ldt = row + 1;
+    const Numbers from = random.values(int64_t{m} * n), start = random.values(ldt * (last + 1));
+    const auto lower = [&](Numbers t) {
+      for (int32_t j = 0; j < n; ++j)
+        for (int32_t i = 0; i < std::min(m, j - below); ++i)
+          t[static_cast<std::size_t>(cols[static_cast<std::size_t>(j)] * ldt + rows[static_cast<std::size_t>(i)])] =
+              0.0;
+      return t;
+    };
+    Numbers expected = start;
+    for (int32_t j = 0; j < n; ++j)
+      for (int32_t i = std::max(0, j - below); i < m; ++i)
+        expected[static_cast<std::size_t>(cols[static_cast<std::size_t>(j)] * ldt +
+                                          rows[static_cast<std::size_t>(i)])] +=
+            from[static_cast<std::size_t>(j * m + i)];
+    for (const DenseKernels* kernels : sets()) {
+      Numbers t = start;
+      kernels->scatter(m, n, below, from.data(), m, rows.data(), cols.data(), t.data(), ldt);
+      EXPECT_TRUE(same(lower(t), lower(expected))) << kernels->name << ' ' << m << ' ' << n;
+    }
+  }
+}
+
 // A trapezoid, and what column-by-column elimination makes of it.
 struct Trapezoid {
   int32_t rows, width;
