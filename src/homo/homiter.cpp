@@ -239,7 +239,7 @@ bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
   if (h->pfeasf <= (1.0 + h->bscale) * f * par.tolpfeas * tau &&
       h->dfeasf <= (1.0 + h->cscale) * f * par.toldfeas * tau &&
       (strict ? par.gapfactor : 1.0) * h->relgap <= f * par.tolgap &&
-      (level <= 0 || infeasibilityeffect(h) <= f * par.tolgap)) {
+      infeasibilityeffect(h) <= std::max(f, 1.0) * par.tolgap) {
     prosta = HOM_PRO_FEASIBLE;
     solsta = HOM_SOL_OPTIMAL;
   } else {
