@@ -462,7 +462,7 @@ static double excess(HomState* h, const HomTarget& target, const HomVec& dir) {
 
 // Another solve or two where they help.
 static void improve(HomState* h, const HomTarget& target, HomVec* dir) {
-  constexpr int32_t maxrounds = 3;
+  constexpr int32_t maxrounds = 12;
   double error = excess(h, target, *dir);
   for (int32_t k = 0; k < maxrounds && error > 1.0; ++k) {
     double inf = 0.0;
