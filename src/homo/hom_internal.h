@@ -103,8 +103,8 @@ struct HomState {
   double* vf;       // [nf + 1] scaled point of the cone: v_0 = sf / w + w xf, v_j = w x_j - s_j / w
   double *tf, *pf;  // [m] vector of the cone's rank-one term and M^-1 of it
   double cf;        // 1 + max(0, tf'pf)
-  // The fixed parts of the elimination of tau, with the shift by the iterate: cs = c - A'y / tau.
   HomCone cone;
+  // The fixed parts of the elimination of tau, see hom_initcomputations.
   double *cbar, *chat, *dc;  // [n]
   double *g, *g2, *h;        // [m]
   double gap, beta, dot0, pi;

@@ -197,12 +197,26 @@ static double headpart(const HomState* h, double t0, double qt, double ds0) {
   return t0 - 2.0 * c.q0 / n * qt - ds0 / (c.theta * n);
 }
 
+// aty = A'y, then rhs -= A D A'y, which leaves what a solve with M y = rhs, regularised and rounded, has not done.
+static void undone(HomState* h, const double* y, double* aty, double* work, double* rhs) {
+  multiplytrans(h, y, aty);
+  for (int32_t j = 0; j < h->nb; ++j) work[j] = h->dinv[j] * aty[j];
+  if (h->nf > 0) {
+    std::copy_n(aty + h->nb, h->nf, work + h->nb);
+    multiplycone(h, work + h->nb);
+  }
+  double* product = h->wm2;
+  multiply(h, work, product);
+  for (int32_t i = 0; i < h->m; ++i) rhs[i] -= product[i];
+}
+
 static double conedot(const HomState* h, const double* t) { return h->cone.invnorm * dot(h->vf + 1, t, h->nf); }
 
 // The parts of the elimination that all directions of a factorisation share. In the row of delta the unknowns dx^ have
 // the coefficients
 //   w = rd - E(rdu - (sup / xup) rpu)  (and a term of the head on the free columns)   in h->chat,
-// so that dy^ has g2 = A D w - rp; the column of delta is h = M^-1 (A D r - rp) with r in h->cbar and D r in h->dc.
+// so that dy^ has g2 = A D w - rp; the column of delta is h = M^-1 (A D r - rp) with D r in h->dc and A'h in h->cbar.
+// What the solves leave undone, for h in h->g, stands times y in the row of delta.
 void hom_initcomputations(HomState* h, int32_t regulevel) {
   HomTimer timer(&h->time.initcomp);
   const HomVec& p = h->point;
@@ -240,22 +254,23 @@ void hom_initcomputations(HomState* h, int32_t regulevel) {
   multiply(h, dw, h->g2);
   multiply(h, z, h->g);
   for (int32_t i = 0; i < h->m; ++i) {
-    h->g2[i] += h->reguada * p.y[i] - h->rp[i];
+    h->g2[i] -= h->rp[i];
     h->g[i] -= h->rp[i];
   }
   std::copy_n(h->g, h->m, h->h);
   solve(h, h->h);
+  undone(h, h->h, h->cbar, h->wn2, h->g);
   h->gap = gap;
   h->beta = gap + pi - dot(w, z, h->n);
-  h->dot0 = -dot(h->g2, h->h, h->m);
+  h->dot0 = -dot(h->g2, h->h, h->m) - dot(p.y, h->g, h->m);
   h->pi = h->beta - h->dot0;
   hom_print(h, "pi[0]: %e  beta: %e cbardc: %e dot0: %e ||h||: %e\n", h->pi, h->beta, gap, h->dot0,
             std::sqrt(dot(h->h, h->h, h->m)));
   static_cast<void>(regulevel);
 }
 
-// One direction: R1 + A D r, a solve, the step of delta, and back.
-static void newton(HomState* h, const NewtonRows& rows, double leastpi, HomVec* dir) {
+// One direction: R1 + A D r, a solve, the step of delta, and back. Returns the largest residual of the primal rows.
+static double newton(HomState* h, const NewtonRows& rows, double leastpi, HomVec* dir) {
   const HomVec& p = h->point;
   const int32_t first = firstupper(h), nb = h->nb;
   const double scale = rows.scale, own = rows.products ? 1.0 : 0.0, mut = rows.mut;
@@ -292,15 +307,20 @@ static void newton(HomState* h, const NewtonRows& rows, double leastpi, HomVec* 
     known += p.sf * headpart(h, t0, conedot(h, t + nb), ds0);
   }
   double* y = dir->y;
-  multiply(h, z, y);
-  for (int32_t i = 0; i < h->m; ++i) y[i] += scale * rows.p[i];
+  double* error = h->wm1;
+  multiply(h, z, error);
+  for (int32_t i = 0; i < h->m; ++i) y[i] = error[i] += scale * rows.p[i];
   solve(h, y);
-  known += dot(h->g2, y, h->m) - dot(h->chat, z, h->n);
+  undone(h, y, aty, dir->x, error);
+  known += dot(p.y, error, h->m) + dot(h->g2, y, h->m) - dot(h->chat, z, h->n);
   const double delta = h->pi > leastpi ? (rows.sum - known) / h->pi : 0.0;
 
-  for (int32_t i = 0; i < h->m; ++i) y[i] += delta * h->h[i];
-  multiplytrans(h, y, aty);
-  for (int32_t i = 0; i < h->m; ++i) y[i] += delta * p.y[i];
+  double largest = 0.0;
+  for (int32_t i = 0; i < h->m; ++i) {
+    y[i] += delta * (h->h[i] + p.y[i]);
+    largest = std::max(largest, std::abs(error[i] + delta * h->g[i]));
+  }
+  for (int32_t j = 0; j < h->n; ++j) aty[j] += delta * h->cbar[j];
   for (int32_t j = 0; j < first; ++j) {
     const double dx = h->dinv[j] * aty[j] - z[j] - delta * h->dc[j] + delta * p.x[j];
     dir->x[j] = dx;
@@ -332,6 +352,7 @@ static void newton(HomState* h, const NewtonRows& rows, double leastpi, HomVec* 
   }
   dir->tau = delta * p.tau;
   dir->kappa = (mut - (rows.cor != nullptr ? rows.cor->tk : 0.0)) / p.tau - p.kappa * (own + delta);
+  return largest;
 }
 
 // The rows of a target. Its residual parts reduce to the gap: x'rd - y'rp + xup'rdu - yup'rpu - tau rg = gap.
@@ -449,28 +470,24 @@ static void closegap(const HomState* h, const HomTarget& target, HomVec* dir) {
 
 // How much what an inaccurate solve spoils, the primal rows and the gap row, exceeds what does no harm: residuals that
 // keep those of the point from falling, and a gap that kappa can't take.
-static double excess(HomState* h, const HomTarget& target, const HomVec& dir) {
+static double excess(const HomState* h, const HomTarget& target, const HomVec& dir, double primal) {
   const double tau = h->point.tau;
   const double harmless = std::max(0.01 * h->pfeasf, 1e-3 * h->par.tolpfeas * (1.0 + h->bscale) * tau);
   const double harmlessgap = std::max(offcentre * h->mu / tau, 0.1 * h->meritfeas2f);
-  double largest = 0.0, *ax = h->wm1;
-  multiply(h, dir.x, ax);
-  for (int32_t i = 0; i < h->m; ++i)
-    largest = std::max(largest, std::abs(h->b[i] * dir.tau - ax[i] - target.eta * h->rp[i]));
-  return std::max(largest / harmless, std::abs(gaprow(h, target, dir) - dir.kappa) / harmlessgap);
+  return std::max(primal / harmless, std::abs(gaprow(h, target, dir) - dir.kappa) / harmlessgap);
 }
 
 // Another solve or two where they help.
-static void improve(HomState* h, const HomTarget& target, HomVec* dir) {
+static void improve(HomState* h, const HomTarget& target, double primal, HomVec* dir) {
   constexpr int32_t maxrounds = 12;
-  double error = excess(h, target, *dir);
+  double error = excess(h, target, *dir, primal);
   for (int32_t k = 0; k < maxrounds && error > 1.0; ++k) {
     double inf = 0.0;
     hom_computeresiduals(h, target, *dir, &h->res, &inf);
-    newton(h, correctionrows(h, h->res), 0.0, &h->rhs);
+    primal = newton(h, correctionrows(h, h->res), 0.0, &h->rhs);
     hom_addvec(h, 1.0, h->rhs, dir);
     ++h->numrefine;
-    const double now = excess(h, target, *dir);
+    const double now = excess(h, target, *dir, primal);
     hom_print(h, "Excess of residuals: %e -> %e\n", error, now);
     if (!(now < 0.5 * error)) {
       hom_addvec(h, -1.0, h->rhs, dir);
@@ -482,8 +499,8 @@ static void improve(HomState* h, const HomTarget& target, HomVec* dir) {
 
 void hom_computesearch(HomState* h, const HomTarget& target, HomVec* dir) {
   HomTimer timer(&h->time.computesd);
-  newton(h, targetrows(h, target), 0.0, dir);
-  improve(h, target, dir);
+  const double primal = newton(h, targetrows(h, target), 0.0, dir);
+  improve(h, target, primal, dir);
   closegap(h, target, dir);
 }
 
