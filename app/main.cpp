@@ -71,12 +71,16 @@ void read_problem(Session& session, const Options& options, Result& result) {
 std::string optimizer_advice(const Session& session) {
   int32_t type = TRV_PROBTYPE_LO;
   TRV_getprobtype(session.task, &type);
-  if (type == TRV_PROBTYPE_LO) return "-o primal solves linear problems";
-  return std::string("the problem has ") +
-         (type == TRV_PROBTYPE_CONIC   ? "cones"
-          : type == TRV_PROBTYPE_MIXED ? "quadratic terms and cones"
-                                       : "quadratic terms") +
-         "; only linear problems can be solved yet";
+  switch (type) {
+    case TRV_PROBTYPE_LO:
+      return "-o intpnt and -o primal solve linear problems";
+    case TRV_PROBTYPE_QO:
+      return "the problem has quadratic terms; -o intpnt solves it";
+    case TRV_PROBTYPE_CONIC:
+      return "the problem has cones; -o conic solves it";
+    default:
+      return "the problem has quadratic terms in its constraints, which can't be solved yet";
+  }
 }
 
 void solve(Session& session, const Options& options, Result& result) {
