@@ -53,7 +53,4 @@ void densefac(const DenseColumns& block, const PivotRule& rule, bool parallel, d
 void dense_Lx(const DenseColumns& block, int32_t nrhs, double* x, int64_t ldx, double* below, int64_t ldbelow);
 void dense_Ltx(const DenseColumns& block, int32_t nrhs, double* x, int64_t ldx, const double* below, int64_t ldbelow);
 
-// x'y with eight partial sums in a fixed order.
-double dense_dot(int64_t n, const double* x, const double* y);
-
 }  // namespace tarvo

@@ -56,14 +56,6 @@ void chblas2_oy(int32_t m, int32_t ncol, const double* const* cols, const double
   best.update({m, 1, 1, ncol, listed(cols), listed(cols), 0, 0, mult, target, m, work});
 }
 
-double dense_dot(int64_t n, const double* x, const double* y) {
-  constexpr int64_t most = int64_t{1} << 30;
-  double sum[8] = {};
-  for (int64_t at = 0; at < n; at += most)
-    best.dots(1, static_cast<int32_t>(std::min(most, n - at)), x + at, 0, 1, y + at, 0, sum);
-  return sum[0];
-}
-
 void dense_par_update(const DenseKernels& kernels, const DenseUpdate& update, int32_t threads) {
   const int64_t n = std::min(update.n, update.m + update.below);
   // Elements in the first r rows: row i has min(i + below + 1, n).

@@ -153,6 +153,12 @@ TEST(DenseKernels, PublicUpdatesFollowTheirDefinition) {
       EXPECT_EQ(i < n ? start[at] : all[at], rest[at]);
     }
   EXPECT_TRUE(std::equal(one.begin(), one.begin() + m, all.begin()));
+  Numbers shared = start;
+  const int32_t former = mpc_setnthreads(2);
+  work.resize(static_cast<std::size_t>(2 * dense_worksize()));
+  par_chdblas3_oa(m, n, depth, cols.data(), mult.data(), shared.data(), ldt, work.data());
+  mpc_setnthreads(former);
+  EXPECT_TRUE(same(shared, lower));
   chdblas3_oa(m, n, 0, nullptr, nullptr, one.data(), ldt, work.data());  // no columns: nothing happens
   EXPECT_EQ(one[0], all[0]);
 }
