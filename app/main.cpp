@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "cbf.h"
 #include "names.h"
 #include "result.h"
 #include "session.h"
@@ -57,7 +58,7 @@ void read_problem(Session& session, const Options& options, Result& result) {
   result.read_seconds = seconds_since(start);
   int32_t format = TRV_MPS_FORMAT_RELAXED;
   TRV_getintparam(session.task, TRV_IPAR_READ_MPS_FORMAT, &format);
-  result.mps_format = layout_name(format);
+  if (!is_cbf(options.file)) result.mps_format = layout_name(format);
   if (error.code == TRV_RES_OK) return;
   result.code = error.code;
   result.message = options.file + ": ";

@@ -169,7 +169,7 @@ nlohmann::ordered_json to_json(const Session& session, const Result& result) {
   if (r && r->which == TRV_SOL_BAS) json["basic_keys"] = count_basic(task, r->which, rows, columns);
   json["seconds"] = result.seconds;
   json["read_seconds"] = result.read_seconds;
-  json["mps_format"] = result.mps_format;
+  if (!result.mps_format.empty()) json["mps_format"] = result.mps_format;
   json["rows"] = rows;
   json["columns"] = columns;
   json["nonzeros"] = nonzeros;

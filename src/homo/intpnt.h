@@ -47,7 +47,6 @@ struct IntpntParams {
   double psafe = 1.0;
   double minstep = 1e-10;
   double stallfactor = 10.0;
-  double objscale = 1.0;  // from the objective here to the reported one; negative for a maximisation
   bool scaling = true;
   int32_t maxrefine = -1;  // steps of refinement of a solve; negative: where the residual asks for it
   int32_t numthreads = 1;

@@ -64,8 +64,8 @@ void intpnt_inititer(IntpntState* h) {
   mea->rpfeasf = h->fp * mea->pfeasf;
   mea->rdfeasf = h->fd * mea->dfeasf;
   const double cx = mea->cx / p.tau, by = mea->by / p.tau;
-  mea->pobj = (cx + h->prob->cfix) * h->par.objscale;
-  mea->dobj = (by + h->prob->cfix) * h->par.objscale;
+  mea->pobj = cx + h->prob->cfix;
+  mea->dobj = by + h->prob->cfix;
   const double gap = std::fabs(cx - by), denominator = 1.0 + std::fabs(by + h->prob->cfix);
   mea->relgap = gap / denominator;
   const double complementarity = mea->cgapf / (p.tau * p.tau);

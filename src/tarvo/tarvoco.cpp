@@ -34,7 +34,7 @@ void on_name(void* handle, bool row, int32_t index, char* buffer, int32_t size) 
   std::snprintf(buffer, static_cast<std::size_t>(size), "%s", item_name(task, row ? TRV_PI_CON : TRV_PI_VAR, index));
 }
 
-ConicOptions options_of(const Task* task, bool maximise) {
+ConicOptions options_of(const Task* task) {
   const int32_t* ipar = task->ipar;
   const double* dpar = task->dpar;
   ConicOptions options;
@@ -49,7 +49,6 @@ ConicOptions options_of(const Task* task, bool maximise) {
   par.tolinf = dpar[TRV_DPAR_INTPNT_CO_TOL_INFEAS];
   par.tolnear = dpar[TRV_DPAR_INTPNT_CO_TOL_NEAR_REL];
   par.psafe = dpar[TRV_DPAR_INTPNT_TOL_PSAFE];
-  par.objscale = maximise ? -1.0 : 1.0;
   par.scaling = ipar[TRV_IPAR_INTPNT_SCALING] != TRV_SCALING_NONE;
   par.maxrefine = ipar[TRV_IPAR_INTPNT_MAX_NUM_REFINEMENT_STEPS];
   par.numthreads = ipar[TRV_IPAR_INTPNT_NUM_THREADS];
@@ -102,7 +101,7 @@ int32_t run(Task* task, const ColumnView& a, bool maximise, double* costs, Event
         task->cones.conetype.data(),
         task->cones.conemembers.data()};
     const IpmEvents events{handle, on_event, on_text, on_name};
-    conic_optimizer(task->sys, options_of(task, maximise), input, events, &solution, &info);
+    conic_optimizer(task->sys, options_of(task), input, events, &solution, &info);
   }
   if (maximise) {
     negate_duals(task, view);

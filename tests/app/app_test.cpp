@@ -247,4 +247,60 @@ TEST_F(App, WritesSensitivity) {
   EXPECT_EQ(run("-q --presolve maybe " + file).status, 1);
 }
 
+// max 3 - x0 - x1 + x2, every kind of cone in variables and rows, comments, blank lines, CRLF.
+//   x0 >= 0, x1 <= 0, (x2, x3, x4) in QR (2 x2 x3 >= x4^2), x5 free
+//   x4 = 2, x2 + x3 <= 4 + 0.5, x1 >= -1, x2 free row, (x0 + 1, x5) in Q, (x5, 2) - by a second Q of one element - x5
+//   >= 3
+const char* const cones_cbf =
+    "# comment\r\nVER\r\n3\r\n\r\nOBJSENSE\r\nMAX\r\n\r\nVAR\r\n6 4\r\nL+ 1\r\nL- 1\r\nQR 3\r\n  F 1\r\n"
+    "CON\n7 6\nL= 1\nL- 1\nL+ 1\nF 1\nQ 2\nQ 1\n"
+    "OBJACOORD\n3\n0 -1\n1 -1e0\n2 +1\nOBJBCOORD\n3\n"
+    "ACOORD\n7\n0 4 1\n1 2 1\n1 3 1\n2 1 1\n# between\n3 2 1\n5 5 1\n6 5 1\n"
+    "BCOORD\n5\n0 -2\n1 -4.5\n2 1\n4 4\n6 -3";
+
+TEST_F(App, ReadsConicBenchmarkFormat) {
+  write("cones.cbf", cones_cbf);
+  const Outcome r = run("-q --json - cones.cbf");
+  ASSERT_EQ(r.status, 0) << r.err;
+  // x2 + x3 = 4.5 and x2 x3 = 2 give x2 = 4; x1 = -1; the head of the first Q is 4 and x5 = 3.
+  EXPECT_NEAR(nlohmann::json::parse(r.out)["primal_objective"].get<double>(), 3 + 1 + 4, 1e-5) << r.out;
+  EXPECT_EQ(run("-q --no-solve -w cones.mps cones.cbf").status, 0);
+  const std::string mps = read_file(dir / "cones.mps");
+  EXPECT_NE(mps.find("RQUAD"), std::string::npos);
+  std::string text = cones_cbf;
+  write("integer.cbf", text + "\nINT\n1\n0\n");
+  const Outcome whole = run("-q --no-solve --json - integer.cbf");
+  EXPECT_EQ(nlohmann::json::parse(whole.out)["integers"], 1) << whole.out;
+}
+
+TEST_F(App, RefusesWhatACbfFileMayNotHold) {
+  struct Case {
+    const char *from, *to, *line, *text;
+  };
+  const Case cases[] = {
+      {"QR 3", "SVECPSD 3", "12", "not supported"},
+      {"QR 3", "QR 1", "12", "out of range"},
+      {"QR 3", "QR 9", "12", "out of range"},
+      {"  F 1", "  F 1 1", "13", "expected a cone"},
+      {"MAX", "UP", "6", "MIN or MAX"},
+      {"VER", "VERSION", "2", "VER"},
+      {"OBJBCOORD", "PSDVAR", "27", "not supported"},
+      {"2 +1", "6 +1", "26", "out of range"},
+      {"2 +1", "1 +1", "26", "stands twice"},
+      {"2 +1", "2 1x", "26", "no finite number"},
+      {"5 5 1", "3 2 1", "37", "stands twice"},
+      {"6 -3", "", "44", "the file ends"},
+      {"BCOORD\n5", "BCOORD\n99999999999", "40", "no count"},
+  };
+  for (const Case& c : cases) {
+    std::string text = cones_cbf;
+    text.replace(text.rfind(c.from), std::string(c.from).size(), c.to);
+    const Outcome r = run("-q " + write("bad.cbf", text));
+    EXPECT_EQ(r.status, 2) << c.to;
+    EXPECT_NE(r.err.find(std::string("line ") + c.line), std::string::npos) << c.to << ": " << r.err;
+    EXPECT_NE(r.err.find(c.text), std::string::npos) << c.to << ": " << r.err;
+  }
+  EXPECT_EQ(run("-q nowhere.cbf.gz").status, 2);
+}
+
 }  // namespace
