@@ -9,7 +9,7 @@ namespace tarvo {
 namespace {
 
 // Codes of the hook, beside those of the elimination and the partitioning.
-constexpr int32_t hook_start = 1, hook_end = 4, hook_gpstart = 10, hook_gpend = 11;
+constexpr int32_t hook_start = 1, hook_end = 4, hook_gpstart = 9, hook_gpend = 10;
 
 bool stopped(const OrderHook& hook, int32_t code, double value) {
   return hook.func != nullptr && hook.func(hook.handle, code, value) != 0;

@@ -11,6 +11,7 @@ namespace {
 constexpr int32_t coarsest = 120;
 constexpr int32_t tries = 8;
 constexpr int32_t maxdegree = 255;
+constexpr int32_t shuffled = 512;
 constexpr int64_t hookwork = 4000000;
 
 template <class T>
@@ -34,9 +35,10 @@ int32_t match_nodes(SepWork* work, SepLevel* level, int64_t maxweight) {
     order[v] = v;
     match[v] = waiting[v] = -1;
   }
-  for (int32_t k = n - 1; k > 0; --k) {
-    const auto other = static_cast<int32_t>(uint64_t{sep_random(work)} * static_cast<uint64_t>(k + 1) >> 24);
-    std::swap(order[k], order[other]);
+  // Random within short runs, so that memory is read nearly in order.
+  for (int32_t k = 0; k < n; ++k) {
+    const auto run = static_cast<uint64_t>(std::min(n - k, shuffled));
+    std::swap(order[k], order[k + static_cast<int32_t>(uint64_t{sep_random(work)} * run >> 24)]);
   }
   // Low degrees first: they have the least choice.
   const int64_t mean = n == 0 ? 0 : level->start[n] / n;
@@ -49,7 +51,6 @@ int32_t match_nodes(SepWork* work, SepLevel* level, int64_t maxweight) {
   for (int32_t d = 0; d < cap; ++d) place[d + 1] += place[d];
   int32_t* sorted = work->moved.data();
   for (int32_t k = 0; k < n; ++k) sorted[place[degree(order[k])]++] = order[k];
-  int32_t count = 0;
   for (int32_t k = 0; k < n; ++k) {
     const int32_t v = sorted[k];
     if (match[v] >= 0) continue;
@@ -71,7 +72,6 @@ int32_t match_nodes(SepWork* work, SepLevel* level, int64_t maxweight) {
       if (other >= 0 && match[other] == other && int64_t{level->vw[other]} + level->vw[v] <= maxweight) {
         match[other] = v;
         match[v] = other;
-        level->coarse[v] = level->coarse[other];
         waiting[heaviest] = -1;
         continue;
       }
@@ -80,8 +80,10 @@ int32_t match_nodes(SepWork* work, SepLevel* level, int64_t maxweight) {
     if (best < 0) best = v;
     match[v] = best;
     match[best] = v;
-    level->coarse[v] = level->coarse[best] = count++;
   }
+  int32_t count = 0;
+  for (int32_t v = 0; v < n; ++v)
+    if (match[v] >= v) level->coarse[v] = level->coarse[match[v]] = count++;
   work->touched += 2 * n + level->start[n];
   return count;
 }
