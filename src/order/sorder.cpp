@@ -21,8 +21,8 @@ struct Pass {
   double alpha, beta;
   int32_t levels;
 };
-constexpr Pass passes[] = {{0.5, 0.1, 2}, {0.25, 0.1, 2},  {0.33, 0.1, 99}, {0.5, 0.1, 2},
-                           {0.2, 0.1, 2}, {0.25, 0.1, 99}, {0.6, 0.2, 2},   {0.33, 0.1, 2}};
+constexpr Pass passes[] = {{0.5, 0.1, 2},   {0.33, 0.1, 99}, {0.25, 0.1, 2}, {0.33, 0.1, 2},
+                           {0.25, 0.1, 99}, {0.5, 0.1, 2},   {0.2, 0.1, 2},  {0.6, 0.2, 2}};
 constexpr int32_t maxpass = sizeof passes / sizeof *passes;
 
 // How many passes a factorisation of so much work pays for. A pass costs some microseconds for each edge, one unit of
@@ -30,7 +30,7 @@ constexpr int32_t maxpass = sizeof passes / sizeof *passes;
 int32_t worthwhile(double work, double m) {
   const double rate = work / m;
   if (rate < 100.0) return m < 50000.0 ? 1 : 0;
-  if (rate < 1000.0) return m < 50000.0 ? 2 : 1;
+  if (rate < 1000.0) return m < 50000.0 ? 3 : 1;
   if (rate < 3000.0) return 2;
   return rate < 10000.0 ? 6 : maxpass;
 }
@@ -47,9 +47,9 @@ int32_t run_minfill(sysenv* env, const OrderGraph& graph, SymScore score, const 
 }
 
 // One pass: separators, then the elimination of the parts, of the lower separators, of the upper ones level by level,
-// and of the postponed nodes.
+// and of the postponed nodes. Nothing is ordered when there is no good separator.
 int32_t sorder_gp(SepWork* work, const OrderGraph& graph, const Pass& pass, const OrderHook& hook, int32_t* perm,
-                  OrderCounts* counts) {
+                  OrderCounts* counts, bool* split) {
   SymOrd ord;
   Array<int32_t> depth;
   if (!depth.alloc(work->env, static_cast<std::size_t>(graph.n)) || !symord_make(&ord, work->env, graph, SCORE_MINFILL))
@@ -60,6 +60,8 @@ int32_t sorder_gp(SepWork* work, const OrderGraph& graph, const Pass& pass, cons
   int32_t maxdepth = -1;
   const int32_t result = sorder_partition(work, ord, hook, depth.data(), &maxdepth);
   if (result != ORDER_OK) return result;
+  *split = maxdepth >= 0;
+  if (!*split) return ORDER_OK;
   const int32_t levels = std::min(maxdepth + 1, pass.levels);
   for (int32_t y = 0; y < graph.n; ++y) {
     if (ord.stage[y] != 0)
@@ -131,19 +133,20 @@ int32_t sorder_driver(sysenv* env, const OrderGraph& graph, const OrderOffer& of
   const double from = sysenv_cputime();
   SepWork work;
   work.env = env;
+  work.options.careful = limit > 2 ? 3 : 0;
   int32_t pass = 0, result = ORDER_OK;
   double best = HUGE_VAL;
-  bool gained = false;
+  bool gained = false, split = false;
   while (pass < limit && result == ORDER_OK) {
     work.options.seed = static_cast<uint32_t>(pass) + 1;
-    result = sorder_gp(&work, graph, passes[pass], hook, trial.data(), &cur);
+    result = sorder_gp(&work, graph, passes[pass], hook, trial.data(), &cur, &split);
     if (result == ORDER_CANCELLED) return result;
     ++pass;
-    if (result != ORDER_OK) break;
+    if (result != ORDER_OK || !split) break;
     best = std::min(best, cur.work);
     gained = attempt(result, cur) || gained;
     // No graph for partitions.
-    if (pass >= 2 && best > 0.95 * counts->basework) break;
+    if (pass == 3 && best > 1.2 * counts->basework) break;
     limit = std::min(limit, worthwhile(counts->work, m));
   }
   counts->usedgp = gained ? pass : -1;

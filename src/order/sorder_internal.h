@@ -28,6 +28,7 @@ struct SepOptions {
   double alpha = 0.25, beta = 0.1;
   int32_t leaf = 200;    // parts of at most so many nodes are not split,
   int32_t domains = 64;  // nor parts below the whole by this factor
+  int32_t careful = 0;   // separators of so many levels are the better of two
   uint32_t seed = 1;
 };
 
@@ -40,7 +41,7 @@ struct SepWork {
   int64_t weight[3] = {};  // of the two sides and the separator
   int64_t touched = 0;     // counted work
   SepLevel level[maxlevels];
-  Array<SepSide> best;                // of the coarsest graph
+  Array<SepSide> best, first;         // of the coarsest graph, of the whole one
   Array<int32_t> list, place, match;  // [n]
   // Moves: what a separator node has on either side, one heap of the separator for moves to each side.
   Array<int64_t> near[2];
@@ -59,8 +60,8 @@ inline uint32_t sep_random(SepWork* work) {
 double sorder_cost(const SepWork& work, const int64_t* weight);
 // Improves the separation of a level.
 void sorder_refine(SepWork* work, SepLevel* level);
-// Separates level[0]; false when out of memory. The result is level[0].side and weight.
-[[nodiscard]] bool sorder_bisect(SepWork* work);
+// Separates level[0], the best of some attempts; false when out of memory. The result is level[0].side and weight.
+[[nodiscard]] bool sorder_bisect(SepWork* work, int32_t attempts);
 // Depth of the separator that a variable stands in, -1 when it stands in none. *maxdepth: of all, -1 without any.
 // An OrderResult.
 int32_t sorder_partition(SepWork* work, const SymOrd& ord, const OrderHook& hook, int32_t* depth, int32_t* maxdepth);

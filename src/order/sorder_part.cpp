@@ -163,8 +163,9 @@ bool prepare_work(SepWork* work, int32_t n) {
     std::fill(work->at[s].begin(), work->at[s].end(), -1);
   }
   if (!ensure(&work->list, env, n) || !ensure(&work->place, env, n) || !ensure(&work->match, env, n) ||
-      !ensure(&work->best, env, n) || !ensure(&work->separator, env, n) || !ensure(&work->moved, env, n) ||
-      !ensure(&work->pulled, env, 2 * int64_t{n}) || !ensure(&work->pulls, env, n) || !ensure(&work->locked, env, n))
+      !ensure(&work->best, env, n) || !ensure(&work->first, env, n) || !ensure(&work->separator, env, n) ||
+      !ensure(&work->moved, env, n) || !ensure(&work->pulled, env, 2 * int64_t{n}) || !ensure(&work->pulls, env, n) ||
+      !ensure(&work->locked, env, n))
     return false;
   std::fill(work->locked.begin(), work->locked.end(), uint8_t{0});
   return true;
@@ -195,9 +196,7 @@ bool extract(SepWork* work, const SymOrd& ord, const int32_t* list, int32_t n, c
   return true;
 }
 
-}  // namespace
-
-bool sorder_bisect(SepWork* work) {
+bool bisect_once(SepWork* work) {
   int64_t total = 0;
   for (int32_t v = 0; v < work->level[0].n; ++v) total += work->level[0].vw[v];
   int32_t depth = 0;
@@ -224,6 +223,23 @@ bool sorder_bisect(SepWork* work) {
     SepLevel* fine = &work->level[depth];
     for (int32_t v = 0; v < fine->n; ++v) fine->side[v] = work->level[depth + 1].side[fine->coarse[v]];
     sorder_refine(work, fine);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool sorder_bisect(SepWork* work, int32_t attempts) {
+  if (!bisect_once(work)) return false;
+  SepLevel* level = &work->level[0];
+  for (; attempts > 1; --attempts) {
+    const double cost = sorder_cost(*work, work->weight);
+    const int64_t weight[3] = {work->weight[0], work->weight[1], work->weight[2]};
+    std::copy_n(level->side.data(), level->n, work->first.data());
+    if (!bisect_once(work)) return false;
+    if (sorder_cost(*work, work->weight) < cost) continue;
+    std::copy_n(work->first.data(), level->n, level->side.data());
+    std::copy_n(weight, 3, work->weight);
   }
   return true;
 }
@@ -257,7 +273,8 @@ int32_t sorder_partition(SepWork* work, const SymOrd& ord, const OrderHook& hook
   while (top > 0) {
     const Segment segment = stack[--top];
     int32_t* nodes = list.data() + segment.first;
-    if (!extract(work, ord, nodes, segment.count, part.data(), local.data()) || !sorder_bisect(work))
+    if (!extract(work, ord, nodes, segment.count, part.data(), local.data()) ||
+        !sorder_bisect(work, segment.depth < work->options.careful ? 2 : 1))
       return ORDER_SPACE;
     if (work->touched - told > hookwork) {
       told = work->touched;

@@ -9,7 +9,7 @@
 #include <set>
 #include <vector>
 
-#include "order/symord_internal.h"
+#include "order/sorder_internal.h"
 
 namespace tarvo {
 namespace {
@@ -198,6 +198,63 @@ TEST_F(Symord, TightStorage) {
   }
 }
 
+// What the separators of all levels leave falls into small parts.
+TEST_F(Symord, SeparatorsSeparate) {
+  for (const Graph& shape : {grid(60, 60, 1), grid(14, 14, 14)}) {
+    Graph g = shape;
+    const OrderGraph view = g.view();
+    SymOrd ord;
+    SepWork work;
+    work.env = env;
+    std::vector<int32_t> depth(g.adj.size()), part(g.adj.size(), -1);
+    int32_t maxdepth = 0;
+    ASSERT_TRUE(symord_make(&ord, env, view, SCORE_MINFILL));
+    ASSERT_EQ(sorder_partition(&work, ord, {}, depth.data(), &maxdepth), ORDER_OK);
+    EXPECT_GE(maxdepth, 3);
+    std::size_t largest = 0;
+    std::ptrdiff_t separated = 0;
+    for (std::size_t i = 0; i < depth.size(); ++i) {
+      separated += depth[i] >= 0 ? 1 : 0;
+      if (depth[i] >= 0 || part[i] >= 0) continue;
+      std::vector<int32_t> queue{static_cast<int32_t>(i)};
+      part[i] = 0;
+      for (std::size_t k = 0; k < queue.size(); ++k) {
+        for (int32_t t = 0; t < ord.iuse[queue[k]]; ++t) {
+          const int32_t j = ord.sub[ord.ifir[queue[k]] + t];
+          if (depth[static_cast<std::size_t>(j)] >= 0 || part[static_cast<std::size_t>(j)] >= 0) continue;
+          part[static_cast<std::size_t>(j)] = 0;
+          queue.push_back(j);
+        }
+      }
+      largest = std::max(largest, queue.size());
+    }
+    EXPECT_LE(largest, 200U);
+    EXPECT_LT(separated, static_cast<std::ptrdiff_t>(depth.size() / 2));
+  }
+}
+
+TEST_F(Symord, PartitioningGainsInSpace) {
+  Graph cube = grid(20, 20, 20), hub = grid(20, 20, 20);
+  for (int32_t i = 1; i < 20 * 20 * 20; ++i) hub.edge(0, i);
+  for (Graph* g : {&cube, &hub}) {
+    const OrderCounts counts = order(g, ORDER_GRAPHPAR1);
+    const std::vector<int32_t> once = perm;
+    EXPECT_GE(counts.usedgp, 1);
+    EXPECT_LT(counts.nnz, counts.basennz);
+    EXPECT_LT(counts.work, counts.basework);
+    order(g, ORDER_GRAPHPAR1);
+    EXPECT_EQ(perm, once);
+    // An order on offer is kept unless a pass beats it.
+    const OrderOffer offer{once.data(), counts.nnz, counts.work};
+    const OrderCounts again = order(g, ORDER_GRAPHPAR2, offer);
+    EXPECT_EQ(again.basennz, counts.nnz);
+    EXPECT_LE(again.nnz, counts.nnz);
+  }
+  EXPECT_EQ(perm.back(), 0) << "the hub";
+  Graph small = grid(22, 22, 1);
+  EXPECT_EQ(order(&small, ORDER_FREE).usedgp, 0);
+}
+
 TEST_F(Symord, NoMemoryAndStops) {
   Graph g = grid(40, 40, 1);
   const OrderGraph view = g.view();
@@ -216,6 +273,10 @@ TEST_F(Symord, NoMemoryAndStops) {
         symord_order(limited, k % 2 == 0 ? ORDER_FREE : ORDER_APPMINLOC1, view, {}, {}, perm.data(), &counts);
     failed = budget <= 0;
     EXPECT_TRUE(result == ORDER_OK || (failed && result == ORDER_SPACE)) << k;
+    double work = 0.0;
+    if (result == ORDER_OK) {
+      EXPECT_EQ(eliminate(g, perm, &work), counts.nnz) << "an order to fall back on";
+    }
     sysenv_delete(&limited);
   }
   // The hook stops at each of its calls.
