@@ -168,7 +168,15 @@ int32_t optimize_single(Task* task, double cpu0, double real0) {
     return optimize_general(task, optimizer);
   const bool want_basis = probtype == TRV_PROBTYPE_LO &&
                           (optimizer == TRV_OPTIMIZER_MIXED_INT || task->ipar[TRV_IPAR_INTPNT_BASIS] != TRV_BI_NEVER);
-  return intpntoptimizer(task, want_basis, cpu0, real0);
+  const int32_t ended = intpntoptimizer(task, want_basis, cpu0, real0);
+  const bool gaveup = ended == TRV_RES_TRM_STALL || ended == TRV_RES_TRM_NUMERICAL_PROBLEM;
+  if (!gaveup || optimizer != TRV_OPTIMIZER_FREE || probtype != TRV_PROBTYPE_LO) return ended;
+  // The choice is ours: what the interior point could not settle the simplex may.
+  if (log_enabled(task, task->ipar[TRV_IPAR_LOG_OPTIMIZER]))
+    task_print(task, TRV_STREAM_MSG,
+               "The interior-point optimizer made no progress. The simplex optimizer takes over.\n");
+  if (sol_make(task, TRV_SOL_BAS) != TRV_RES_OK) return report<TRV_RES_ERR_SPACE>(task);
+  return simplexoptimizer(task, TRV_OPTIMIZER_FREE_SIMPLEX, cpu0, real0);
 }
 
 int32_t optimize_selected(Task* task, double cpu0, double real0) {

@@ -179,6 +179,18 @@ TEST_F(Optimize, AMaximisationIsTheMinimisationOfTheNegatedObjective) {
   }
 }
 
+TEST_F(Optimize, AFreeChoiceGoesOnWithTheSimplexWhereTheInteriorPointStalls) {
+  load(random_lp(7, 40, 30));
+  TRV_putintparam(task, TRV_IPAR_PRESOLVE_USE, TRV_PRESOLVE_MODE_OFF);
+  TRV_putintparam(task, TRV_IPAR_INTPNT_REGULARIZATION_USE, TRV_OFF);
+  TRV_putdouparam(task, TRV_DPAR_INTPNT_TOL_STEP_SIZE, 1.0);  // no step is long enough
+  TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_INTPNT);
+  EXPECT_EQ(TRV_optimize(task), TRV_RES_TRM_STALL);
+  TRV_putintparam(task, TRV_IPAR_OPTIMIZER, TRV_OPTIMIZER_FREE);
+  EXPECT_EQ(TRV_optimize(task), 0);
+  expect_optimum(random_lp(7, 40, 30).optimum);
+}
+
 TEST_F(Optimize, CrossingBoundsAndRaysGiveCertificatesForBothSenses) {
   for (const int32_t sense : {TRV_OBJECTIVE_SENSE_MINIMIZE, TRV_OBJECTIVE_SENSE_MAXIMIZE}) {
     const double sign = sense == TRV_OBJECTIVE_SENSE_MINIMIZE ? 1.0 : -1.0;
