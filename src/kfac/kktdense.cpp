@@ -288,9 +288,10 @@ DenseColumns schur_of(KktDense* dense) {
 void kktfac_densefactor(KktFac* f) {
   KktDense& dense = f->dense;
   const SymFace* sym = f->sym;
-  const int64_t ld = dense.ldx;
   const int32_t k = dense.count + dense.numshift;
-  std::fill(dense.x.begin(), dense.x.end(), 0.0);
+  dense.ldx = dense_leading(k);
+  const int64_t ld = dense.ldx;
+  std::fill_n(dense.x.data(), f->m * ld, 0.0);
   for (int32_t q = 0; q < dense.count; ++q) {
     const int32_t j = dense.list[q];
     const double scale = std::sqrt(f->dinv[j]);
@@ -301,7 +302,7 @@ void kktfac_densefactor(KktFac* f) {
     dense.x[dense.shiftpos[s] * ld + dense.count + s] = std::sqrt(dense.shiftval[s]);
   forward(f, k);
   double* schur = dense.schur.data();
-  std::fill(dense.schur.begin(), dense.schur.end(), 0.0);
+  std::fill_n(dense.schur.data(), ld * ld, 0.0);
   for (int32_t q = 0; q < k; ++q) {
     const bool shift = q >= dense.count;
     schur[q * (ld + 1)] = dense.ref[q] = shift ? -1.0 : 1.0;
@@ -321,28 +322,42 @@ void kktfac_densefactor(KktFac* f) {
   densefac(schur_of(&dense), rule, false, kernel);
 }
 
+namespace {
+
+constexpr int32_t lanes = 8;  // rows of X are padded with zeros to a multiple of these
+
+// t += y0 x0 + y1 x1 for rows of X
+void add_rows(int32_t k, double y0, const double* __restrict__ x0, double y1, const double* __restrict__ x1,
+              double* __restrict__ t) {
+  for (int32_t q = 0; q < k; q += lanes)
+    for (int32_t i = 0; i < lanes; ++i) t[q + i] += y0 * x0[q + i] + y1 * x1[q + i];
+}
+
+double row_dot(int32_t k, const double* __restrict__ x, const double* __restrict__ t) {
+  double sum[lanes] = {};
+  for (int32_t q = 0; q < k; q += lanes)
+    for (int32_t i = 0; i < lanes; ++i) sum[i] += x[q + i] * t[q + i];
+  return ((sum[0] + sum[4]) + (sum[1] + sum[5])) + ((sum[2] + sum[6]) + (sum[3] + sum[7]));
+}
+
+}  // namespace
+
 void kktfac_densecorrect(KktFac* f, double* y) {
   KktDense& dense = f->dense;
   const double* diag = f->sym->diag.data();
   const int64_t ld = dense.ldx;
-  const int32_t k = dense.count + dense.numshift;
+  const int32_t k = dense.count + dense.numshift, padded = (k + lanes - 1) / lanes * lanes;
   double* t = dense.t.data();
-  std::fill_n(t, k, 0.0);
-  for (int32_t p = 0; p < f->m; ++p) {
-    if (y[p] == 0.0) continue;
-    const double* x = dense.x.data() + p * ld;
-    for (int32_t q = 0; q < k; ++q) t[q] += y[p] * x[q];
-  }
+  const double* x = dense.x.data();
+  std::fill_n(t, padded, 0.0);
+  int32_t p = 0;
+  for (; p + 1 < f->m; p += 2) add_rows(padded, y[p], x + p * ld, y[p + 1], x + (p + 1) * ld, t);
+  if (p < f->m) add_rows(padded, y[p], x + p * ld, 0.0, x + p * ld, t);
   const DenseColumns schur = schur_of(&dense);
   dense_Lx(schur, 1, t, 0, nullptr, 0);
   for (int32_t q = 0; q < k; ++q) t[q] /= dense.diag[q];
   dense_Ltx(schur, 1, t, 0, nullptr, 0);
-  for (int32_t p = 0; p < f->m; ++p) {
-    const double* x = dense.x.data() + p * ld;
-    double v = 0.0;
-    for (int32_t q = 0; q < k; ++q) v += x[q] * t[q];
-    y[p] -= v / diag[p];
-  }
+  for (p = 0; p < f->m; ++p) y[p] -= row_dot(padded, x + p * ld, t) / diag[p];
 }
 
 }  // namespace tarvo
