@@ -1,11 +1,12 @@
-// The self-check of the LU factorisation: solves and updates against the matrix itself, a basis of known rank, and
-// files that are too short at first.
+// The self-check of the factorisations. Of the LU factorisation: solves and updates against the matrix itself, a basis
+// of known rank, and files that are too short at first.
 #include <cmath>
 #include <new>
 
 #include "cpub/array.h"
 #include "lu/lu.h"
 #include "tarvo.h"
+#include "tarvo/testkkt.h"
 
 using namespace tarvo;
 
@@ -166,6 +167,7 @@ int32_t TRV_test_factor(void) {
     check->~Check();
     sysenv_free(env, memory);
   }
+  if (res == TRV_RES_OK) res = testkkt_run(env);
   sysenv_delete(&env);
   return res;
 }
