@@ -40,17 +40,18 @@ Numbers random_values(int64_t n) {
   return v;
 }
 
-// Seconds of one call, the best of several rounds of at least 10 ms.
+// Seconds of one call, the best of many short rounds: on a busy machine some of them are undisturbed.
 template <class Call>
 double seconds(double flops, const Call& call) {
   using Clock = std::chrono::steady_clock;
-  const int calls = static_cast<int>(std::max(1.0, 2e8 / flops));
-  const int rounds = flops > 2e9 ? 3 : 7;
-  double best = 1e30;
-  for (int r = 0; r < rounds; ++r) {
+  const int calls = static_cast<int>(std::max(1.0, 2e7 / flops));
+  double best = 1e30, spent = 0.0;
+  for (int r = 0; r < 5 || (spent < 0.05 && r < 60); ++r) {
     const auto start = Clock::now();
     for (int c = 0; c < calls; ++c) call();
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count() / calls);
+    const double t = std::chrono::duration<double>(Clock::now() - start).count();
+    best = std::min(best, t / calls);
+    spent += t;
   }
   return best;
 }
