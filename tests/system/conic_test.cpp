@@ -254,6 +254,61 @@ TEST_P(Conic, ManyLargeCones) {
 
 INSTANTIATE_TEST_SUITE_P(Presolve, Conic, testing::Values(TRV_PRESOLVE_MODE_OFF, TRV_PRESOLVE_MODE_ON));
 
+// A stop at the k-th call of the call-back, for every k: its code comes back, and a point with it.
+TEST(ConicDriver, StopsAtEveryEvent) {
+  struct Counter {
+    int32_t left, calls;
+  };
+  int32_t total = 0;
+  for (int32_t stop = 0; stop <= total; ++stop) {
+    Fixed f(2, 5, {1, 1, 0, 0, 1}, true);
+    for (int32_t j = 0; j < 5; ++j) TRV_putcj(f.task, j, -1.0);
+    f.row(0, {2, 3}, {1, 1}, TRV_BK_FX, 2, 2);
+    f.row(1, {0, 4}, {1, 1}, TRV_BK_LO, 1, inf);
+    f.bound_var(3, TRV_BK_RA, 0, 1.5);
+    f.bound_var(4, TRV_BK_LO, 0.25, inf);
+    f.cone(TRV_CT_RQUAD, {0, 1, 2, 3});
+    Counter counter{stop, 0};
+    TRV_putcallbackfunc(
+        f.task,
+        [](TRVtask, void* handle, int32_t) -> int32_t {
+          auto* c = static_cast<Counter*>(handle);
+          ++c->calls;
+          return --c->left == 0 ? 1 : 0;
+        },
+        &counter);
+    TRV_putdouparam(f.task, TRV_DPAR_CALLBACK_FREQ, 0.0);
+    const int32_t response = TRV_optimize(f.task);
+    if (stop == 0) total = counter.calls;
+    EXPECT_EQ(response, stop == 0 ? TRV_RES_OK : TRV_RES_TRM_USER_CALLBACK) << stop;
+    EXPECT_EQ(counter.calls <= total, true);
+    double c = 0;
+    TRV_getcslice(f.task, 0, 1, &c);
+    EXPECT_EQ(c, -1.0);
+  }
+  EXPECT_GT(total, 10);
+}
+
+// The iteration limit leaves a point; the same run twice gives the same bits.
+TEST(ConicDriver, LimitAndRepetition) {
+  std::vector<double> first;
+  for (const int32_t limit : {3, 100, 100}) {
+    Fixed f(1, 3, {1, 1, 0});
+    TRV_putintparam(f.task, TRV_IPAR_INTPNT_MAX_ITERATIONS, limit);
+    f.row(0, {2, 1}, {1, 0.5}, TRV_BK_FX, 2, 2);
+    f.cone(TRV_CT_RQUAD, {0, 1, 2});
+    f.solve();
+    EXPECT_EQ(f.response, limit == 3 ? TRV_RES_TRM_MAX_ITERATIONS : TRV_RES_OK);
+    EXPECT_GT(f.xx[0], 0);
+    if (limit == 3) {
+      EXPECT_EQ(f.iinf(TRV_IINF_INTPNT_ITER), 3);
+      continue;
+    }
+    if (first.empty()) first = f.xx;
+    EXPECT_EQ(first, f.xx);
+  }
+}
+
 TEST(ConicDriver, OtherOptimizersRefuseCones) {
   Fixed f(0, 2, {1, 0});
   f.cone(TRV_CT_QUAD, {0, 1});
