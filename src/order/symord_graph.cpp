@@ -76,6 +76,32 @@ void absorb_variable(SymOrd* ord, int32_t into, int32_t y) {
   ord->ctail[into] = ord->ctail[y];
 }
 
+// Empties x's bucket and joins what has the same row; `closed`: when each node counts as its own neighbour.
+template <class Join>
+void group_bucket(SymOrd* ord, int32_t x, bool closed, Join join) {
+  for (int32_t y = take_bucket(ord, x); y >= 0; y = ord->hashnext[y]) {
+    int32_t last = y, next = ord->hashnext[y];
+    bool marks = false;
+    for (int32_t z = next; z >= 0; z = next) {
+      next = ord->hashnext[z];
+      if (ord->hash[z] == ord->hash[y] && ord->iuse[z] == ord->iuse[y] && ord->nnoe[z] == ord->nnoe[y]) {
+        if (!marks) {
+          mark_row(ord, y);
+          if (closed) ord->mark[y] = ord->flag;
+          marks = true;
+        }
+        if ((!closed || ord->mark[z] == ord->flag) && marked_row(ord, z)) {
+          join(y, z);
+          continue;
+        }
+      }
+      ord->hashnext[last] = z;
+      last = z;
+    }
+    ord->hashnext[last] = -1;
+  }
+}
+
 // Neighbours with the same closed neighbourhood become one variable.
 void symord_prepro(SymOrd* ord) {
   const int32_t n = ord->n;
@@ -88,29 +114,10 @@ void symord_prepro(SymOrd* ord) {
   }
   bool any = false;
   for (int32_t x = 0; x < n; ++x) {
-    for (int32_t y = take_bucket(ord, x); y >= 0;) {
-      int32_t last = y, next = ord->hashnext[y];
-      bool marks = false;
-      for (int32_t z = next; z >= 0; z = next) {
-        next = ord->hashnext[z];
-        if (ord->hash[z] == ord->hash[y] && ord->iuse[z] == ord->iuse[y]) {
-          if (!marks) {
-            mark_row(ord, y);
-            ord->mark[y] = ord->flag;
-            marks = true;
-          }
-          if (ord->mark[z] == ord->flag && marked_row(ord, z)) {
-            absorb_variable(ord, y, z);
-            any = true;
-            continue;
-          }
-        }
-        ord->hashnext[last] = z;
-        last = z;
-      }
-      ord->hashnext[last] = -1;
-      y = ord->hashnext[y];
-    }
+    group_bucket(ord, x, true, [ord, &any](int32_t y, int32_t z) {
+      absorb_variable(ord, y, z);
+      any = true;
+    });
   }
   if (!any) return;
   for (int32_t y = 0; y < n; ++y) {
@@ -140,26 +147,10 @@ void link_twins(SymOrd* ord) {
   }
   for (int32_t x = 0; x < n; ++x) {
     if (ord->weight[x] == 0 || ord->iuse[x] == 0) continue;
-    for (int32_t y = take_bucket(ord, x); y >= 0;) {
-      int32_t last = y, next = ord->hashnext[y];
-      bool marks = false;
-      for (int32_t z = next; z >= 0; z = next) {
-        next = ord->hashnext[z];
-        if (ord->hash[z] == ord->hash[y] && ord->iuse[z] == ord->iuse[y]) {
-          if (!marks) mark_row(ord, y);
-          marks = true;
-          if (marked_row(ord, z)) {
-            ord->twin[z] = ord->twin[y];
-            ord->twin[y] = z;
-            continue;
-          }
-        }
-        ord->hashnext[last] = z;
-        last = z;
-      }
-      ord->hashnext[last] = -1;
-      y = ord->hashnext[y];
-    }
+    group_bucket(ord, x, false, [ord](int32_t y, int32_t z) {
+      ord->twin[z] = ord->twin[y];
+      ord->twin[y] = z;
+    });
   }
 }
 
@@ -252,25 +243,7 @@ void symord_merge(SymOrd* ord, const int32_t* list, int32_t count) {
     if (ord->weight[list[k]] != 0) put_bucket(ord, list[k]);
   for (int32_t k = 0; k < count; ++k) {
     if (ord->weight[list[k]] == 0) continue;
-    for (int32_t y = take_bucket(ord, list[k]); y >= 0;) {
-      int32_t last = y, next = ord->hashnext[y];
-      bool marks = false;
-      for (int32_t z = next; z >= 0; z = next) {
-        next = ord->hashnext[z];
-        if (ord->hash[z] == ord->hash[y] && ord->iuse[z] == ord->iuse[y] && ord->nnoe[z] == ord->nnoe[y]) {
-          if (!marks) mark_row(ord, y);
-          marks = true;
-          if (marked_row(ord, z)) {
-            absorb_variable(ord, y, z);
-            continue;
-          }
-        }
-        ord->hashnext[last] = z;
-        last = z;
-      }
-      ord->hashnext[last] = -1;
-      y = ord->hashnext[y];
-    }
+    group_bucket(ord, list[k], false, [ord](int32_t y, int32_t z) { absorb_variable(ord, y, z); });
   }
 }
 
