@@ -420,8 +420,10 @@ class Trial {
     if (b.has_lower() && x < lower - tol * size) return "below its bound";
     if (b.has_upper() && x > upper + tol * size) return "above its bound";
     if (interior_) {  // products of pairs are small, not always one of the pair
-      if (b.has_lower() && (x - lower) * sl > 10 * tol * size * size) return "not complementary (lower)";
-      if (b.has_upper() && (upper - x) * su > 10 * tol * size * size) return "not complementary (upper)";
+      if (b.has_lower() && (x - lower) * sl > 10 * tol * size * std::max(size, x - lower))
+        return "not complementary (lower)";
+      if (b.has_upper() && (upper - x) * su > 10 * tol * size * std::max(size, upper - x))
+        return "not complementary (upper)";
       return "";
     }
     const double s = std::max(1.0, std::fabs(x));
