@@ -446,6 +446,12 @@ class Trial {
       size = std::max(size, std::fabs(xx_[j]));
       objective += static_cast<double>(lp_.c[j]) * xx_[j];
     }
+    if (interior_)  // whose tolerances are relative to the largest numbers of the problem
+      for (const auto* list : {&lp_.row, &lp_.column})
+        for (const Bound& b : *list) {
+          if (b.has_lower()) size = std::max(size, 0.01 * std::fabs(static_cast<double>(b.lower)));
+          if (b.has_upper()) size = std::max(size, 0.01 * std::fabs(static_cast<double>(b.upper)));
+        }
     if (exact && std::fabs(objective - exact->objective) > tol * std::max(size, std::fabs(exact->objective)))
       return "objective " + std::to_string(objective) + ", exact " + std::to_string(exact->objective);
     for (std::size_t i = 0; i < m_; ++i) {
