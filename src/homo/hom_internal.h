@@ -174,7 +174,7 @@ void hom_finalkeys(HomState* h);
 void hom_regularize(HomState* h, int32_t regulevel);
 int32_t hom_factor(HomState* h);  // KKT_ code; uses h->d and h->reguada
 void hom_initfree(HomState* h, int32_t regulevel);
-void hom_initcomputations(HomState* h, int32_t regulevel);
+void hom_initcomputations(HomState* h);
 void hom_computesearch(HomState* h, const HomTarget& target, HomVec* dir);
 // With refinement; false when no direction of sufficient accuracy came out.
 bool hom_computesearchr(HomState* h, const HomTarget& target, HomVec* dir);

@@ -217,7 +217,7 @@ static double conedot(const HomState* h, const double* t) { return h->cone.invno
 //   w = rd - E(rdu - (sup / xup) rpu)  (and a term of the head on the free columns)   in h->chat,
 // so that dy^ has g2 = A D w - rp; the column of delta is h = M^-1 (A D r - rp) with D r in h->dc and A'h in h->cbar.
 // What the solves leave undone, for h in h->g, stands times y in the row of delta.
-void hom_initcomputations(HomState* h, int32_t regulevel) {
+void hom_initcomputations(HomState* h) {
   HomTimer timer(&h->time.initcomp);
   const HomVec& p = h->point;
   const int32_t first = firstupper(h);
@@ -266,7 +266,6 @@ void hom_initcomputations(HomState* h, int32_t regulevel) {
   h->pi = h->beta - h->dot0;
   hom_print(h, "pi[0]: %e  beta: %e cbardc: %e dot0: %e ||h||: %e\n", h->pi, h->beta, gap, h->dot0,
             std::sqrt(dot(h->h, h->h, h->m)));
-  static_cast<void>(regulevel);
 }
 
 // One direction: R1 + A D r, a solve, the step of delta, and back. Returns the largest residual of the primal rows.

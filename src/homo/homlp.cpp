@@ -248,7 +248,7 @@ static bool affine(LpRun* r) {
     return false;
   }
   hom_initfree(h, r->regulevel);
-  hom_initcomputations(h, r->regulevel);
+  hom_initcomputations(h);
   const HomTarget target{.eta = 1.0, .mut = 0.0};
   if (r->regulevel == 0)
     hom_computesearch(h, target, &h->affine);

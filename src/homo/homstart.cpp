@@ -133,7 +133,7 @@ static bool predictorstep(HomState* h) {
   }
   if (!quad) {
     hom_initfree(h, 0);
-    hom_initcomputations(h, 0);
+    hom_initcomputations(h);
   }
   const auto search = [h, quad](const HomTarget& target, HomVec* dir) {
     if (quad)

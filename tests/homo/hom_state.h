@@ -41,7 +41,7 @@ struct RandomState {
     hom_regularize(&h, regulevel);
     ASSERT_EQ(hom_factor(&h), KKT_OK);
     hom_initfree(&h, regulevel);
-    hom_initcomputations(&h, regulevel);
+    hom_initcomputations(&h);
   }
   double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(gen); }
 
