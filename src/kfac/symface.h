@@ -39,8 +39,7 @@ struct SymOptions {
   double floor = 0.0;       // likewise
   double diagshift = 0.0;   // added to every diagonal element
   double mergeratio = 1.0;  // see symface_supernodes
-  int32_t panelmode = 2;
-  int32_t l1kb = 32, l2kb = 1024;
+  int32_t l1kb = 32, l2kb = 1024;  // caches; l2kb 0: nothing is cut into blocks
 };
 
 struct SymSchedule;  // of the parallel factorisation and solves

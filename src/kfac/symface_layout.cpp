@@ -32,8 +32,10 @@ int32_t find_tail(const SymSuper& super) {
 // Columns of the next block out of a trapezoid of `left` columns and `rows` rows: as many as fit in the second level
 // cache, in multiples of 16, all of them when only few would be left.
 int32_t block_width(const SymFace* face, int32_t left, int32_t rows) {
-  const double cache = face->options.l2kb * 1024.0 * 0.95 / 8.0;
-  if (cache <= 0.0) return left;
+  const int32_t l1 = face->options.l1kb, l2 = face->options.l2kb;
+  // A small second level behind a large first one is not worth blocks of its own.
+  if (l2 <= 0 || (l2 < 2 * l1 && l2 < 129)) return left;
+  const double cache = l2 * 1024.0 * 0.95 / 8.0;
   const double r = rows + 0.5, d = r * r - 2.0 * cache;
   int32_t width = d < 0.0 ? left : static_cast<int32_t>(std::min<double>(left, r - std::sqrt(d)));
   width = std::max(width, least_panel) / 16 * 16;
