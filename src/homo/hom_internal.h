@@ -77,6 +77,7 @@ struct HomState {
   double* q;
   bool useh;
   double* qdiag;
+  double* qx;  // [n] Q x of the point, quadratic problems only
   KktFac* kkt;
 
   // The iterate, the saved point, directions.
@@ -89,6 +90,7 @@ struct HomState {
   double cx, by, bypart, xqx;
   double n_c, cgapf, mu, lpval;
   double pfeasf, dfeasf, gfeasf, pfeasinff, dfeasinff, meritfeas2f, meritfeasif;
+  double qfeasinff;  // |Q x|
   double relgap, rcgap, pobj, dobj;
   double nrmc, nrmb, nrma, bscale, cscale, amax;
   double tau0, kappa0, cgapf0, pfeasf0, dfeasf0, mu0;

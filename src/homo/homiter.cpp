@@ -100,24 +100,6 @@ static void products(HomState* h) {
   }
 }
 
-// Q x into qx; returns x'Q x.
-static double quadratic(const HomState* h, double* qx) {
-  const double* x = h->point.x;
-  if (h->useh) {
-    for (int32_t j = 0; j < h->n; ++j) qx[j] = h->qdiag[j] * x[j];
-  } else {
-    std::fill(qx, qx + h->n, 0.0);
-    for (int32_t k = 0; k < h->nq; ++k) {
-      const int32_t i = h->qi[k], j = h->qj[k];
-      qx[i] += h->q[k] * x[j];
-      if (i != j) qx[j] += h->q[k] * x[i];
-    }
-  }
-  double xqx = 0.0;
-  for (int32_t j = 0; j < h->n; ++j) xqx += x[j] * qx[j];
-  return xqx;
-}
-
 // The residuals with their norms; those of the certificates are taken before the terms with tau.
 static void residuals(HomState* h) {
   const HomVec& p = h->point;
@@ -126,8 +108,8 @@ static void residuals(HomState* h) {
   Norms primal, dual;
   h->pfeasinff = h->dfeasinff = 0.0;
   products(h);
-  double* qx = h->wn1;
-  h->xqx = quad ? quadratic(h, qx) : 0.0;
+  h->xqx = quad ? std::max(hom_qotimes(h, p.x, h->qx), 0.0) : 0.0;
+  h->qfeasinff = 0.0;
   h->cx = h->bypart = 0.0;
   for (int32_t i = 0; i < h->m; ++i) {
     h->pfeasinff = std::max(h->pfeasinff, std::abs(h->rp[i]));
@@ -152,8 +134,8 @@ static void residuals(HomState* h) {
     h->dfeasinff = std::max(h->dfeasinff, std::abs(r));
     h->rd[j] = r - h->c[j] * p.tau;
     if (quad) {
-      h->pfeasinff = std::max(h->pfeasinff, std::abs(qx[j]));  // a ray has Q x = 0
-      h->rd[j] -= qx[j];
+      h->qfeasinff = std::max(h->qfeasinff, std::abs(h->qx[j]));
+      h->rd[j] -= h->qx[j];
     }
     dual.add(h->rd[j]);
     h->cx += h->c[j] * p.x[j];
@@ -252,7 +234,9 @@ bool hom_checkterm(HomState* h, bool setstatus, int32_t level, bool strict) {
     };
     if (value > 0.0) {
       const double r = weight(h->nrmc, h->nrma, h->nrmb, level);
-      if (proves(value, r, h->pfeasinff, h->nrmc)) {
+      // Along a ray the objective does not bend; Q x scales as the objective does.
+      const bool straight = h->qfeasinff <= 10.0 * e * value;
+      if (straight && proves(value, r, h->pfeasinff, h->nrmc)) {
         prosta = HOM_PRO_DUALINFEAS;
         solsta = HOM_SOL_DUALCER;
       }

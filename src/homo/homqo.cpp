@@ -49,8 +49,8 @@ static double score(const HomState* h) {
 static void savebest(QoRun* r) {
   HomState* h = r->h;
   const double now = score(h);
-  const double proof =
-      std::min(h->by > 0.0 ? h->dfeasinff / h->by : HUGE_VAL, h->cx < 0.0 ? -h->pfeasinff / h->cx : HUGE_VAL);
+  const double proof = std::min(h->by > 0.0 ? h->dfeasinff / h->by : HUGE_VAL,
+                                h->cx < 0.0 ? -std::max(h->pfeasinff, h->qfeasinff) / h->cx : HUGE_VAL);
   if (proof < 0.9 * r->bestproof) {
     r->bestproof = proof;
     r->bestiter = h->iter;

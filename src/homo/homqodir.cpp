@@ -124,6 +124,25 @@ void hom_qorhs(const HomState* h, const HomTarget& target, HomVec* rhs) {
   rhs->xf = rhs->sf = 0.0;
 }
 
+// Adds a change of dtau with what it does to dx and dy; the other parts follow from these.
+static void movetau(const HomState* h, const HomVec& rhs, double change, HomVec* dir) {
+  const HomVec& p = h->point;
+  const double tau = p.tau;
+  const int32_t first = h->nb - h->nu;
+  dir->tau += change;
+  for (int32_t j = 0; j < h->n; ++j) dir->x[j] += change * (h->dc[j] + p.x[j] / tau);
+  for (int32_t i = 0; i < h->m; ++i) dir->y[i] += change * (h->h[i] + p.y[i] / tau);
+  for (int32_t j = 0; j < h->nb; ++j) dir->s[j] = (rhs.s[j] - p.s[j] * dir->x[j]) / p.x[j];
+  for (int32_t j = h->nb; j < h->n; ++j) dir->s[j] = rhs.s[j];
+  for (int32_t i = 0; i < h->nu; ++i) {
+    dir->xup[i] = rhs.xup[i] + h->u[i] * dir->tau - dir->x[first + i];
+    dir->sup[i] = (rhs.yup[i] - p.sup[i] * dir->xup[i]) / p.xup[i];
+    dir->yup[i] = rhs.sup[i] - dir->sup[i];
+  }
+  dir->kappa = (rhs.kappa - p.kappa * dir->tau) / tau;
+  dir->xf = dir->sf = 0.0;
+}
+
 // One pass through the elimination, with the regularised factor.
 static void solve(HomState* h, const HomVec& rhs, HomVec* dir) {
   const HomVec& p = h->point;
@@ -141,20 +160,8 @@ static void solve(HomState* h, const HomVec& rhs, HomVec* dir) {
   kktfac_solve(h->kkt, 1, r, rhs.y, fx, fy);
   for (int32_t j = 0; j < h->n; ++j) rt -= p.x[j] / tau * r[j] + h->chat[j] * fx[j];
   for (int32_t i = 0; i < h->m; ++i) rt += p.y[i] / tau * rhs.y[i] - h->g[i] * fy[i];
-  const double dtau = rt / h->pi;
-
-  for (int32_t j = 0; j < h->n; ++j) dir->x[j] += dtau * (h->dc[j] + p.x[j] / tau);
-  for (int32_t i = 0; i < h->m; ++i) dir->y[i] += dtau * (h->h[i] + p.y[i] / tau);
-  for (int32_t j = 0; j < h->nb; ++j) dir->s[j] = (rhs.s[j] - p.s[j] * dir->x[j]) / p.x[j];
-  for (int32_t j = h->nb; j < h->n; ++j) dir->s[j] = rhs.s[j];
-  for (int32_t i = 0; i < h->nu; ++i) {
-    dir->xup[i] = rhs.xup[i] + h->u[i] * dtau - dir->x[first + i];
-    dir->sup[i] = (rhs.yup[i] - p.sup[i] * dir->xup[i]) / p.xup[i];
-    dir->yup[i] = rhs.sup[i] - dir->sup[i];
-  }
-  dir->tau = dtau;
-  dir->kappa = (rhs.kappa - p.kappa * dtau) / tau;
-  dir->xf = dir->sf = 0.0;
+  dir->tau = 0.0;
+  movetau(h, rhs, rt / h->pi, dir);
 }
 
 void hom_qoresiduals(HomState* h, const HomVec& rhs, const HomVec& dir, HomVec* res) {
@@ -174,7 +181,7 @@ void hom_qoresiduals(HomState* h, const HomVec& rhs, const HomVec& dir, HomVec* 
       aty += a->val[k] * dir.y[i];
     }
     res->x[j] = rhs.x[j] - aty - dir.s[j] + h->c[j] * dir.tau + qdx[j];
-    gap += h->c[j] * dir.x[j] + 2.0 * p.x[j] / tau * qdx[j];
+    gap += (h->c[j] + 2.0 * h->qx[j] / tau) * dir.x[j];
   }
   for (int32_t i = 0; i < h->m; ++i) gap -= h->b[i] * dir.y[i];
   for (int32_t i = 0; i < h->nu; ++i) {
@@ -247,6 +254,24 @@ static void shiftdual(HomState* h, HomVec* dir, HomVec* res) {
   }
 }
 
+// Makes the gap row hold, whatever the solves have left undone: refinement alone cannot where tau is small, since it
+// sees the rounding of the other rows times x / tau and y / tau.
+static double settau(HomState* h, const Bearable& bear, double error, HomVec* dir) {
+  for (int32_t round = 0; round < 2 && error > 1.0 && std::abs(h->res.tau) > bear.gap; ++round) {
+    const double change = h->res.tau / h->pi;
+    movetau(h, h->rhs, change, dir);
+    hom_qoresiduals(h, h->rhs, *dir, &h->res);
+    const double now = errorof(h, h->res, bear);
+    if (!(now < error)) {
+      movetau(h, h->rhs, -change, dir);
+      hom_qoresiduals(h, h->rhs, *dir, &h->res);
+      return error;
+    }
+    error = now;
+  }
+  return error;
+}
+
 double hom_qosearch(HomState* h, const HomTarget& target, HomVec* dir) {
   HomTimer timer(&h->time.computesd);
   constexpr int32_t maxrounds = 8;
@@ -260,18 +285,19 @@ double hom_qosearch(HomState* h, const HomTarget& target, HomVec* dir) {
       share * std::max(std::abs(h->rg), h->cgapf / tau) + floor * par.tolgap * std::max(tau, std::abs(h->by))};
   solve(h, h->rhs, dir);
   hom_qoresiduals(h, h->rhs, *dir, &h->res);
-  double error = errorof(h, h->res, bear);
+  double error = settau(h, bear, errorof(h, h->res, bear), dir);
   for (int32_t round = 0; round < maxrounds && error > 1.0 && error < HUGE_VAL; ++round) {
     solve(h, h->res, &h->cordir);
     addvec(h, 1.0, h->cordir, dir);
     hom_qoresiduals(h, h->rhs, *dir, &h->res);
     ++h->numrefine;
-    const double now = errorof(h, h->res, bear);
+    double now = errorof(h, h->res, bear);
     if (!(now < error)) {
       addvec(h, -1.0, h->cordir, dir);
       hom_qoresiduals(h, h->rhs, *dir, &h->res);
       break;
     }
+    now = settau(h, bear, now, dir);
     const bool slow = now > 0.5 * error;
     error = now;
     if (slow) break;

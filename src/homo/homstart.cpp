@@ -124,31 +124,19 @@ static void raise(double* v, int32_t count, double least) {
 // One affine direction and a corrected one on top of it, towards a product that leaves room. False when the run has to
 // stop.
 static bool predictorstep(HomState* h) {
-  const bool quad = h->nq > 0 || h->useh;
-  if (!quad) hom_regularize(h, 0);
-  const int32_t code = quad ? hom_qofactor(h, 0) : hom_factor(h);
+  hom_regularize(h, 0);
+  const int32_t code = hom_factor(h);
   if (code != KKT_OK) {
     if (h->resp == HOM_RESP_OK) h->resp = code == KKT_CANCELLED ? HOM_RESP_CANCELLED : HOM_RESP_FACTOR;
     return false;
   }
-  if (!quad) {
-    hom_initfree(h, 0);
-    hom_initcomputations(h);
-  }
-  const auto search = [h, quad](const HomTarget& target, HomVec* dir) {
-    if (quad)
-      hom_qosearch(h, target, dir);
-    else
-      hom_computesearch(h, target, dir);
-  };
-  search(HomTarget{.eta = 1.0, .mut = 0.0}, &h->affine);
+  hom_initfree(h, 0);
+  hom_initcomputations(h);
+  hom_computesearch(h, HomTarget{.eta = 1.0, .mut = 0.0}, &h->affine);
   const double a = hom_affinestep(h);
-  if (quad)
-    hom_qocorterms(h, h->affine, &h->cor);
-  else
-    hom_corterms(h, h->affine, &h->cor);
+  hom_corterms(h, h->affine, &h->cor);
   const double target = (1.0 - a) * h->par.spgam * h->cgapf / h->n_c;
-  search(HomTarget{.eta = 1.0, .mut = target, .cor = &h->cor}, &h->dir);
+  hom_computesearch(h, HomTarget{.eta = 1.0, .mut = target, .cor = &h->cor}, &h->dir);
   const double tau = h->point.tau, dtau = h->dir.tau;
   hom_takestep(h, tau + dtau < 0.01 * tau ? -0.99 * tau / dtau : 1.0, h->dir);
   return true;
@@ -239,7 +227,10 @@ void hom_start(HomState* h) {
 
   Safe safe = safevalues(h, avgc);
   unitpoint(h, safe);
-  if (h->par.sptype == START_CONSTANT || h->par.maxiter == 0) return reference(h);
+  // A quadratic term makes the predictor no better than that: as many iterations, one factorisation less, and no way off
+  // to a far point when the problem is unbounded.
+  const bool quad = h->nq > 0 || h->useh;
+  if (quad || h->par.sptype == START_CONSTANT || h->par.maxiter == 0) return reference(h);
 
   hom_inititer(h);
   if (h->gfeasf <= std::max(h->pfeasf, h->dfeasf) / 100.0) {

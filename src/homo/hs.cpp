@@ -40,7 +40,7 @@ bool hs_allocate(HomState* h, Workspace* vectors, Workspace* rest) {
   const auto heads = static_cast<std::size_t>(h->nf) + 1;
   for (HomVec* v : {&h->point, &h->saved, &h->dir, &h->affine, &h->cordir, &h->rhs, &h->res}) add(vectors, *h, v);
   for (double** list : {&h->c, &h->colscale, &h->qdiag, &h->rd, &h->d, &h->dinv, &h->rx, &h->cbar, &h->chat, &h->dc,
-                        &h->wn1, &h->wn2, &h->wn3})
+                        &h->wn1, &h->wn2, &h->wn3, &h->qx})
     rest->add(list, n, Fill::zero);
   for (double** list : {&h->b, &h->rowscale, &h->rp, &h->tf, &h->pf, &h->g, &h->g2, &h->h, &h->wm1, &h->wm2, &h->wm3})
     rest->add(list, m, Fill::zero);

@@ -161,8 +161,15 @@ bool ray_holds(const Call& call) {
     violation = std::max(violation, std::fabs(s.xc[i] - clipped(p.bkc[i], 0.0, 0.0, s.xc[i])));
   }
   // The objective must not bend along the ray.
-  for (int32_t t = call.quad.objbegin; t < call.quad.objend; ++t)
-    violation = std::max(violation, std::fabs(call.quad.val[t] * s.xx[call.quad.subj[t]]));
+  if (call.quad.objend > call.quad.objbegin) {
+    Array<double> bend;
+    if (!bend.alloc(call.env, static_cast<std::size_t>(p.numvar), Fill::zero)) {
+      call.info->resp = HOM_RESP_SPACE;
+      return true;
+    }
+    add_gradient(call.quad, s.xx, bend.data());
+    for (const double v : bend) violation = std::max(violation, std::fabs(v));
+  }
   return gain > 0.0 && violation <= certificate_tolerance * gain;
 }
 
