@@ -173,7 +173,29 @@ bool ray_holds(const Call& call) {
   return gain > 0.0 && violation <= certificate_tolerance * gain;
 }
 
+// An optimum has its rows inside their bounds, up to what the sizes of the terms make of the tolerances: no test of
+// quality, but of what became of the point on its way back.
+constexpr double optimum_tolerance = 1e-4;
+
+bool optimum_holds(const Call& call) {
+  const prslvinput& p = call.problem;
+  const prslvsol& s = *call.itr;
+  Array<double> size;
+  if (!size.alloc(call.env, static_cast<std::size_t>(p.numcon), Fill::zero)) return true;
+  double largest = 0.0;
+  for (int32_t j = 0; j < p.numvar; ++j)
+    for (int32_t t = p.ptrb[j]; t < p.ptre[j]; ++t)
+      size[p.sub[t]] = std::max(size[p.sub[t]], std::fabs(p.val[t] * s.xx[j]));
+  for (int32_t i = 0; i < p.numcon; ++i) largest = std::max(largest, size[i]);
+  for (int32_t i = 0; i < p.numcon; ++i) {
+    const double out = std::fabs(s.xc[i] - clipped(p.bkc[i], p.blc[i], p.buc[i], s.xc[i]));
+    if (out > optimum_tolerance * (1.0 + size[i]) && out > 1e-2 * optimum_tolerance * largest) return false;
+  }
+  return true;
+}
+
 bool holds(const Call& call) {
+  if (call.itr->solsta == solsta_optimal || call.itr->solsta == solsta_near) return optimum_holds(call);
   if (is_farkas(call.itr->solsta)) return farkas_holds(call);
   if (is_ray(call.itr->solsta)) return ray_holds(call);
   return true;

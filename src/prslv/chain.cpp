@@ -347,8 +347,9 @@ int32_t prslv_undochain(prslvwalk* w, int32_t /*type*/, const int32_t* ints, int
     if (holds) {
       const bool lower = (f > 0.0) == (st == PRSLV_SK_LOW);
       s->skx[v] = lower ? PRSLV_SK_LOW : PRSLV_SK_UPR;
-      // Exactly at its bound; a ray may well leave a column moving that has the key of a bound.
-      if (w->f_p != 0.0) s->xx[v] = lower ? w->blx[v] : w->bux[v];
+      // Exactly at its bound; a ray may well leave a column moving that has the key of a bound, and keys of an interior
+      // solution only tell where it tends.
+      if (w->basic && w->f_p != 0.0) s->xx[v] = lower ? w->blx[v] : w->bux[v];
     }
     const int32_t* sub = vint + 2;
     for (int32_t t = 1; t < size; ++t) {
