@@ -179,6 +179,41 @@ TEST_F(Optimize, AMaximisationIsTheMinimisationOfTheNegatedObjective) {
   }
 }
 
+// A call-back that stops at its k-th call, for every k: the code of a stop, the data untouched, and the same task
+// solves afterwards.
+TEST_F(Optimize, AStopAtAnyEventOfTheInteriorPointLeavesTheTaskUsable) {
+  const Lp lp = random_lp(3, 12, 15);
+  load(lp);
+  struct Stop {
+    int at, calls;
+  } stop{0, 0};
+  for (const int32_t optimizer : {TRV_OPTIMIZER_INTPNT, TRV_OPTIMIZER_CONIC}) {
+    TRV_putintparam(task, TRV_IPAR_OPTIMIZER, optimizer);
+    int stopped = 0;
+    for (stop.at = 1; stop.at < 200; ++stop.at) {
+      stop.calls = 0;
+      TRV_putcallbackfunc(
+          task,
+          [](TRVtask, void* handle, int32_t) {
+            auto* s = static_cast<Stop*>(handle);
+            return static_cast<int32_t>(++s->calls == s->at);
+          },
+          &stop);
+      const int32_t rc = TRV_optimize(task);
+      if (rc == 0) break;
+      ASSERT_EQ(rc, TRV_RES_TRM_USER_CALLBACK) << stop.at;
+      ++stopped;
+    }
+    EXPECT_GT(stopped, 10);
+    EXPECT_LT(stopped, 199);
+    TRV_putcallbackfunc(task, nullptr, nullptr);
+    ASSERT_EQ(TRV_optimize(task), 0);
+    double objective = 0.0;
+    EXPECT_EQ(TRV_getprimalobj(task, TRV_SOL_ITR, &objective), 0);
+    EXPECT_NEAR(objective, lp.optimum, 1e-5 * (1.0 + std::abs(lp.optimum)));
+  }
+}
+
 TEST_F(Optimize, AFreeChoiceGoesOnWithTheSimplexWhereTheInteriorPointStalls) {
   load(random_lp(7, 40, 30));
   TRV_putintparam(task, TRV_IPAR_PRESOLVE_USE, TRV_PRESOLVE_MODE_OFF);
