@@ -1,13 +1,13 @@
 #include "session.h"
 
-#include "cbf.h"
-
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
+
+#include "cbf.h"
 
 namespace app {
 namespace {

@@ -47,8 +47,7 @@ Bool activities(Index, Number* x, Bool, Index m, Number* g, UserDataPtr data) {
   return TRUE;
 }
 
-Bool jacobian(Index, Number*, Bool, Index, Index, Index* row, Index* column, Number* value,
-              UserDataPtr data) {
+Bool jacobian(Index, Number*, Bool, Index, Index, Index* row, Index* column, Number* value, UserDataPtr data) {
   const auto& p = *static_cast<const Problem*>(data);
   size_t k = 0;
   for (int32_t j = 0; j < p.numvar; ++j) {
@@ -64,8 +63,8 @@ Bool jacobian(Index, Number*, Bool, Index, Index, Index* row, Index* column, Num
   return TRUE;
 }
 
-Bool hessian(Index, Number*, Bool, Number factor, Index, Number*, Bool, Index, Index* row,
-             Index* column, Number* value, UserDataPtr data) {
+Bool hessian(Index, Number*, Bool, Number factor, Index, Number*, Bool, Index, Index* row, Index* column, Number* value,
+             UserDataPtr data) {
   const auto& p = *static_cast<const Problem*>(data);
   for (size_t k = 0; k < p.qval.size(); ++k) {
     if (value != nullptr) {
@@ -78,8 +77,8 @@ Bool hessian(Index, Number*, Bool, Number factor, Index, Number*, Bool, Index, I
   return TRUE;
 }
 
-Bool progress(Index, Index iter, Number, Number, Number, Number, Number, Number, Number, Number,
-              Index, UserDataPtr data) {
+Bool progress(Index, Index iter, Number, Number, Number, Number, Number, Number, Number, Number, Index,
+              UserDataPtr data) {
   static_cast<Problem*>(data)->iterations = iter;
   return TRUE;
 }

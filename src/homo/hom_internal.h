@@ -91,9 +91,8 @@ struct HomState {
   double n_c, cgapf, mu, lpval;
   double pfeasf, dfeasf, gfeasf, pfeasinff, dfeasinff, meritfeas2f, meritfeasif;
   double qfeasinff;  // |Q x|
-  double relgap, rcgap, pobj, dobj;
+  double relgap, pobj, dobj;
   double nrmc, nrmb, nrma, bscale, cscale, amax;
-  double tau0, kappa0, cgapf0, pfeasf0, dfeasf0, mu0;
   double rg;
   double *rp, *rpu, *rd, *rdu;  // residuals [m], [nu], [n], [nu]: A x - b tau, x_U + xup - u tau,
                                 // A'y + s + E yup - c tau, sup + yup
@@ -116,14 +115,14 @@ struct HomState {
   int32_t maxncor;  // correctors at most
   // Scratch of single routines.
   double *wn1, *wn2, *wn3;  // [n]
-  double *wm1, *wm2, *wm3;  // [m]
-  double *wu1, *wu2;        // [nu]
+  double *wm1, *wm2;        // [m]
+  double* wu1;              // [nu]
   HomVec rhs, res;          // right-hand sides and residuals of hom_computesearchr: rows stand where their variable
                             // does (primal y, upper xup, dual x, upper dual sup, gap tau; pairs s, yup (upper), kappa)
 
   // Counters and results.
   HomTimes time;
-  int32_t numdroppedcor, numcor, maxcorused, numrefine;
+  int32_t numdroppedcor, numcor, numrefine;
   int32_t resp, prosta, solsta;
 };
 

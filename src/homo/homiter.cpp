@@ -186,10 +186,9 @@ void hom_inititer(HomState* h) {
   const double half = 0.5 * h->xqx / tau;
   h->pobj = (h->cx + half) / tau + h->cfix;
   h->dobj = (h->by - half) / tau + h->cfix;
-  h->rcgap = h->cgapf0 > 0.0 ? h->cgapf / h->cgapf0 : 1.0;
-  // |pobj - dobj| or the complementarity over max(1, |dobj|) + 1, the ones in units of the given objective, numerator and denominator times tau. The
-  // constant may cancel most of the objective (bounds shifted to 0 leave much in it) or be most of it; neither may hide
-  // a gap.
+  // |pobj - dobj| or the complementarity over max(1, |dobj|) + 1, the ones in units of the given objective, numerator
+  // and denominator times tau. The constant may cancel most of the objective (bounds shifted to 0 leave much in it) or
+  // be most of it; neither may hide a gap.
   const double dual = h->by - half, value = std::min(std::abs(dual), std::abs(dual + h->cfix * tau));
   const double unit = 1.0 / std::abs(h->par.objscale);  // 1 of the given objective
   h->relgap = std::min(h->cgapf / tau, std::abs(h->cx + h->xqx / tau - h->by)) /

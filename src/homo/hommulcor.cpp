@@ -153,7 +153,6 @@ void hom_mulcor2(HomState* h, double gamma, double beta, HomVec* dir) {
     ++used;
   }
   h->numcor += used;
-  h->maxcorused = std::max(h->maxcorused, used);
 }
 
 }  // namespace tarvo

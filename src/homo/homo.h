@@ -34,7 +34,7 @@ struct HomParams {
   int32_t maxiter = 400;
   int32_t loglevel = 0;
   int32_t scaling = 1;  // 0 none
-  double tolpfeas = 1e-8, toldfeas = 1e-8, tolgap = 1e-8, tolmured = 1e-16, tolinfeas = 1e-8;
+  double tolpfeas = 1e-8, toldfeas = 1e-8, tolgap = 1e-8, tolinfeas = 1e-8;
   double tolnearrel = 1000.0;
   double tolpath = 1e-8, tolstep = 1e-10;
   double psafe = 1.0, dsafe = 1.0;

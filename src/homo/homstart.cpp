@@ -199,18 +199,6 @@ static void balance(HomState* h, const Safe& safe, double avgc) {
   setcone(h);
 }
 
-static void reference(HomState* h) {
-  h->cgapf0 = 0.0;
-  hom_inititer(h);
-  h->tau0 = h->point.tau;
-  h->kappa0 = h->point.kappa;
-  h->cgapf0 = h->cgapf;
-  h->pfeasf0 = h->pfeasf;
-  h->dfeasf0 = h->dfeasf;
-  h->mu0 = h->mu;
-  h->rcgap = 1.0;
-}
-
 double hom_affinestep(HomState* h) {
   const HomSteps limits = hom_steplimits(h, 1.0, h->affine);
   const double a = std::min({limits.primal, limits.dual, 1.0});
@@ -227,10 +215,10 @@ void hom_start(HomState* h) {
 
   Safe safe = safevalues(h, avgc);
   unitpoint(h, safe);
-  // A quadratic term makes the predictor no better than that: as many iterations, one factorisation less, and no way off
-  // to a far point when the problem is unbounded.
+  // A quadratic term makes the predictor no better than that: as many iterations, one factorisation less, and no way
+  // off to a far point when the problem is unbounded.
   const bool quad = h->nq > 0 || h->useh;
-  if (quad || h->par.sptype == START_CONSTANT || h->par.maxiter == 0) return reference(h);
+  if (quad || h->par.sptype == START_CONSTANT || h->par.maxiter == 0) return hom_inititer(h);
 
   hom_inititer(h);
   if (h->gfeasf <= std::max(h->pfeasf, h->dfeasf) / 100.0) {
@@ -254,7 +242,7 @@ void hom_start(HomState* h) {
       balance(h, safe, avgc);
     }
   }
-  reference(h);
+  hom_inititer(h);
 }
 
 }  // namespace tarvo

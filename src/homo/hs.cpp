@@ -42,9 +42,9 @@ bool hs_allocate(HomState* h, Workspace* vectors, Workspace* rest) {
   for (double** list : {&h->c, &h->colscale, &h->qdiag, &h->rd, &h->d, &h->dinv, &h->rx, &h->cbar, &h->chat, &h->dc,
                         &h->wn1, &h->wn2, &h->wn3, &h->qx})
     rest->add(list, n, Fill::zero);
-  for (double** list : {&h->b, &h->rowscale, &h->rp, &h->tf, &h->pf, &h->g, &h->g2, &h->h, &h->wm1, &h->wm2, &h->wm3})
+  for (double** list : {&h->b, &h->rowscale, &h->rp, &h->tf, &h->pf, &h->g, &h->g2, &h->h, &h->wm1, &h->wm2})
     rest->add(list, m, Fill::zero);
-  for (double** list : {&h->u, &h->rpu, &h->rdu, &h->ru, &h->wu1, &h->wu2, &h->cor.up, &h->extracor.up})
+  for (double** list : {&h->u, &h->rpu, &h->rdu, &h->ru, &h->wu1, &h->cor.up, &h->extracor.up})
     rest->add(list, nu, Fill::zero);
   for (double** list : {&h->vf, &h->cor.cone, &h->extracor.cone}) rest->add(list, heads, Fill::zero);
   for (double** list : {&h->cor.pair, &h->extracor.pair}) rest->add(list, nb, Fill::zero);

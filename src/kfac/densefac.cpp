@@ -18,7 +18,7 @@ namespace {
 // cache.
 constexpr int32_t panel_width = 128;
 constexpr int32_t panel_rows = 192;
-constexpr int64_t panel_worth = 1 << 15;    // elements from which on that pays
+constexpr int64_t panel_worth = 1 << 15;     // elements from which on that pays
 constexpr int64_t panel_share = 500 * 1000;  // multiplications that are worth a thread
 
 struct Dense {

@@ -23,9 +23,7 @@ enum KktResult : int32_t { KKT_OK = 0, KKT_SPACE = 1, KKT_FAILED = 2, KKT_BADIND
 struct KktOptions {
   int32_t type = KKT_AUTO;
   int32_t ordermethod = ORDER_FREE;
-  int32_t offcol = 40;  // dense columns are looked for above this length; 0: none is dense
-  int32_t debuglvl = 0;
-  int32_t fixedmode = 0;    // request of a panel mode: 0 leaves it open
+  int32_t offcol = 40;      // dense columns are looked for above this length; 0: none is dense
   double pivotfix = 1e-12;  // added to the diagonal (type 2: with the sign of the node); refinement makes up for it
   double mergeratio = 1.0;
   int32_t maxrefine = -1;  // steps of iterative refinement of a solve; negative: where the residual asks for it

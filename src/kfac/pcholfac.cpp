@@ -269,8 +269,7 @@ bool factor_top(const Numeric& run, Watch* watch) {
 }
 
 // Shifts and remembers the diagonal; returns the scale ratio of the pivot rule.
-double prepare_diagonal(SymFace* face) {
-  double largest = 0.0, sum = 0.0;
+void prepare_diagonal(SymFace* face) {
   const double shift = std::max(face->options.diagshift, 0.0);
   for (const SymBlock& block : face->blocks) {
     for (int32_t c = 0; c < block.width; ++c) {
@@ -278,12 +277,8 @@ double prepare_diagonal(SymFace* face) {
       double& d = face->values[block.val + int64_t{c} * block.ld + c];
       d += (face->flags[j] & NODE_NEGATIVE) != 0 ? -shift : shift;
       face->before[j] = d;
-      largest = std::max(largest, std::fabs(d));
-      sum += std::fabs(d);
     }
   }
-  const double ratio = sum > 0.0 ? face->n * largest / sum : 1.0;
-  return std::max(1.0, ratio * ratio);
 }
 
 }  // namespace
@@ -297,7 +292,7 @@ int32_t symface_numfac(SymFace* face, const OrderHook& hook) {
   run.rule.tol = std::max(face->options.pivottol, 2.2204460492503132e-17);
   run.rule.shiftbelow = face->options.shiftbelow;
   run.rule.floor = face->options.floor;
-  run.rule.scaleratio = prepare_diagonal(face);
+  prepare_diagonal(face);
   if (cancelled(6)) return 5;
   Watch watch{&hook};
   const SymWork work = symface_scratch(face, 0);

@@ -16,8 +16,7 @@ enum NodeFlag : uint16_t {
 };
 
 struct PivotRule {
-  double tol = 1e-12;       // the pivot tolerance
-  double scaleratio = 1.0;  // (n max|a_ii| / sum|a_ii|)^2, at least 1
+  double tol = 1e-12;  // the pivot tolerance
   // Positive: a pivot below this share of its diagonal gets that diagonal added, which a caller can undo, instead of
   // being removed.
   double shiftbelow = 0.0;

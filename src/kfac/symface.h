@@ -35,10 +35,10 @@ struct SymUpdate {
 
 struct SymOptions {
   double pivottol = 1e-12;
-  double shiftbelow = 0.0;  // see PivotRule; may change between factorisations
-  double floor = 0.0;       // likewise
-  double diagshift = 0.0;   // added to every diagonal element
-  double mergeratio = 1.0;  // see symface_supernodes
+  double shiftbelow = 0.0;         // see PivotRule; may change between factorisations
+  double floor = 0.0;              // likewise
+  double diagshift = 0.0;          // added to every diagonal element
+  double mergeratio = 1.0;         // see symface_supernodes
   int32_t l1kb = 32, l2kb = 1024;  // caches; l2kb 0: nothing is cut into blocks
 };
 

@@ -42,7 +42,6 @@ HomParams hom_parameters(const Task* task, bool quadratic) {
   par.tolpfeas = dpar[quadratic ? TRV_DPAR_INTPNT_NL_TOL_PFEAS : TRV_DPAR_INTPNT_TOL_PFEAS];
   par.toldfeas = dpar[quadratic ? TRV_DPAR_INTPNT_NL_TOL_DFEAS : TRV_DPAR_INTPNT_TOL_DFEAS];
   par.tolgap = dpar[TRV_DPAR_INTPNT_TOL_REL_GAP];
-  par.tolmured = dpar[TRV_DPAR_INTPNT_TOL_MU_RED];
   par.tolinfeas = dpar[TRV_DPAR_INTPNT_TOL_INFEAS];
   par.tolnearrel = dpar[TRV_DPAR_INTPNT_NL_TOL_NEAR_REL];
   par.tolpath = dpar[TRV_DPAR_INTPNT_TOL_PATH];
@@ -54,6 +53,8 @@ HomParams hom_parameters(const Task* task, bool quadratic) {
   par.usereg = ipar[TRV_IPAR_INTPNT_REGULARIZATION_USE] != TRV_OFF;
   par.maxcor = ipar[TRV_IPAR_INTPNT_MAX_NUM_COR];
   par.numthreads = ipar[TRV_IPAR_INTPNT_NUM_THREADS];
+  constexpr int32_t times_level = 5;
+  par.timing = par.loglevel >= times_level;
   par.kkt = kkt_parameters(task);
   return par;
 }
@@ -166,7 +167,6 @@ KktOptions kkt_parameters(const Task* task) {
   options.type = method == KKT_NORMAL || method == KKT_SQD ? method : int32_t{KKT_AUTO};
   options.ordermethod = ipar[TRV_IPAR_INTPNT_ORDER_METHOD];
   options.offcol = ipar[TRV_IPAR_INTPNT_OFF_COL_TRH];
-  options.debuglvl = ipar[TRV_IPAR_INTPNT_FACTOR_DEBUG_LVL];
   options.maxrefine = ipar[TRV_IPAR_INTPNT_MAX_NUM_REFINEMENT_STEPS];
   options.l1kb = ipar[TRV_IPAR_CACHE_SIZE_L1];
   options.l2kb = ipar[TRV_IPAR_CACHE_SIZE_L2];

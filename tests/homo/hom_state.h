@@ -61,8 +61,8 @@ struct RandomState {
     }
     for (double** v : {&h.c, &h.rd, &h.d, &h.dinv, &h.rx, &h.cbar, &h.chat, &h.dc, &h.wn1, &h.wn2, &h.wn3})
       *v = vec(h.n);
-    for (double** v : {&h.b, &h.rp, &h.tf, &h.pf, &h.g, &h.g2, &h.h, &h.wm1, &h.wm2, &h.wm3}) *v = vec(h.m);
-    for (double** v : {&h.u, &h.rpu, &h.rdu, &h.ru, &h.wu1, &h.wu2}) *v = vec(h.nu);
+    for (double** v : {&h.b, &h.rp, &h.tf, &h.pf, &h.g, &h.g2, &h.h, &h.wm1, &h.wm2}) *v = vec(h.m);
+    for (double** v : {&h.u, &h.rpu, &h.rdu, &h.ru, &h.wu1}) *v = vec(h.nu);
     h.vf = vec(h.nf + 1);
     for (HomCor* cor : {&h.cor, &h.extracor}) {
       cor->pair = vec(h.nb);

@@ -32,9 +32,10 @@ class QuadraticState : public testing::TestWithParam<Shape> {
     const std::size_t size = static_cast<std::size_t>(m + h.n + 1);
     for (HomVec* v : {&h.point, &h.saved, &h.dir, &h.affine, &h.cordir, &h.rhs, &h.res})
       for (double** part : {&v->x, &v->s, &v->xup, &v->yup, &v->sup, &v->y}) *part = vec(size);
-    for (double** part : {&h.c,    &h.b,   &h.u,   &h.qdiag, &h.qx,   &h.rp, &h.rpu,      &h.rd,     &h.rdu,     &h.d,
-                          &h.dinv, &h.rx,  &h.ru,  &h.cbar,  &h.chat, &h.dc, &h.g,        &h.g2,     &h.h,       &h.wn1,
-                          &h.wn2,  &h.wn3, &h.wm1, &h.wu1,   &h.wu2,  &h.vf, &h.cor.pair, &h.cor.up, &h.cor.cone})
+    for (double** part :
+         {&h.c,    &h.b,   &h.u,   &h.qdiag, &h.qx,   &h.rp,       &h.rpu,    &h.rd,      &h.rdu, &h.d,
+          &h.dinv, &h.rx,  &h.ru,  &h.cbar,  &h.chat, &h.dc,       &h.g,      &h.g2,      &h.h,   &h.wn1,
+          &h.wn2,  &h.wn3, &h.wm1, &h.wu1,   &h.vf,   &h.cor.pair, &h.cor.up, &h.cor.cone})
       *part = vec(size);
     matrix();
     for (double* data : {h.c, h.b}) randomise(data, data == h.c ? h.n : m, false);
